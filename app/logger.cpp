@@ -1,0 +1,119 @@
+#include "app/logger.h"
+
+#include <QDateTime>
+#include <QMutexLocker>
+#include <QTextStream>
+#include <QThread>
+#include <QUrl>
+
+namespace {
+struct level_word {
+    const char* word;
+    int level;
+};
+constexpr level_word level_words[] = {
+    {"OFF", Off}, {"ERROR", Error}, {"WARNING", Warning}, {"INFORM", Info}, {"DEBUG", Debug}};
+}  // namespace
+
+logger::logger(QSettings& settings, const QString& log_name) : m_log_name(log_name) {
+    settings.beginGroup("GENERAL_SETTINGS");
+    m_path = settings.value("LOG_FILE_PATH", "quillon.log").toString();
+    m_file.setFileName(m_path);
+    // The open is not checked: a log that cannot be opened loses its lines silently.
+    m_file.open(QIODevice::WriteOnly | QIODevice::Append);
+    {
+        QMutexLocker lock(&m_mutex);
+        m_level = Error;
+    }
+    if (settings.contains("LOG_LEVEL")) {
+        // Exact, case-sensitive: a misspelt level silences the log.
+        m_level = level_from_word(settings.value("LOG_LEVEL").toString());
+    }
+    settings.endGroup();
+}
+
+logger::logger(const QString& path, int level, const QString& log_name)
+    : m_level(level), m_path(path), m_log_name(log_name) {
+    m_file.setFileName(m_path);
+    m_file.open(QIODevice::WriteOnly | QIODevice::Append);
+}
+
+logger::~logger() { m_file.close(); }
+
+const char* logger::level_name(int level) {
+    switch (level) {
+        case Off:
+            return "Off";
+        case Error:
+            return "Error";
+        case Warning:
+            return "Warning";
+        case Info:
+            return "Info";
+        case Debug:
+            return "Debug";
+    }
+    return "";
+}
+
+int logger::level_from_word(const QString& word) {
+    for (const auto& w : level_words) {
+        if (word == QLatin1String(w.word)) {
+            return w.level;
+        }
+    }
+    return Off;
+}
+
+void logger::write(int level, const QString& text) {
+    QMutexLocker lock(&m_mutex);
+    QTextStream out(&m_file);
+    const QString stamp = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss,zzz");
+    if (level == Info) {
+        out << stamp << " " << text << "\r\n";
+    } else {
+        const auto thread_id = reinterpret_cast<quintptr>(QThread::currentThreadId());
+        out << stamp << "0x" << QString::number(thread_id, 16) << " " << level_name(level) << " " << text
+            << "\r\n";
+    }
+    out.flush();
+}
+
+log_line::log_line(logger& log, int level) : m_logger(&log), m_level(level) {
+    m_text = log.log_name() + ": ";
+}
+
+log_line::~log_line() {
+    if (m_level <= m_logger->level()) {
+        m_logger->write(m_level, m_text);
+    }
+}
+
+log_line& log_line::operator<<(const char* text) {
+    m_text += QString::fromUtf8(text);
+    return *this;
+}
+
+log_line& log_line::operator<<(const QString& text) {
+    m_text += text;
+    return *this;
+}
+
+log_line& log_line::operator<<(const QByteArray& text) {
+    m_text += QString::fromUtf8(text);
+    return *this;
+}
+
+log_line& log_line::operator<<(uint64_t number) {
+    m_text += QString::number(number);
+    return *this;
+}
+
+QString mask_url_password(const QString& url) {
+    QUrl parsed(url);
+    if (!parsed.isValid() || parsed.password().isEmpty()) {
+        return url;
+    }
+    parsed.setPassword("****");
+    return parsed.toString();
+}

@@ -1,0 +1,1 @@
+#include "model/dl_queues.h"
