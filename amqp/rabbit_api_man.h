@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QObject>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "amqp/api_message.h"
+#include "app/config.h"
+#include "app/logger.h"
+#include "commands/ICommandHandler.h"
+
+class rabbit_receiver;
+class rabbit_publisher_impl;
+
+// The service's request/response endpoint: sends commands and matches their responses,
+// and answers commands addressed to this service through the handler factory.
+class rabbit_api_man : public QObject {
+    Q_OBJECT
+public:
+    static constexpr int default_timeout_ms = 1800000;
+
+    rabbit_api_man(logger& log, const rabbit_api_config& cfg, command_factory factory, QObject* parent = nullptr,
+                   int timeout_ms = default_timeout_ms);
+    ~rabbit_api_man() override;
+    Q_DISABLE_COPY(rabbit_api_man)
+
+    // The routing key this service puts into "sender".
+    QString reply_key() const;
+    const rabbit_api_config& config() const;
+    int pending_count() const;
+
+public Q_SLOTS:
+    void listen(QJsonObject json, uint64_t message_tag);
+    virtual void send_cmd(QString type, QJsonObject data, QString routingKey,
+                          std::function<bool(QJsonDocument)> resultHandler,
+                          std::function<void(QString)> errorHandler, int sharded = 0);
+    virtual void send_cmd_forward(QString type, QJsonObject data, QString routeKey);
+
+private:
+    struct impl;
+    std::unique_ptr<impl> m_impl;
+};

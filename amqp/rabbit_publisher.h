@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <memory>
+
+#include "app/config.h"
+#include "app/logger.h"
+
+// Publishes to one existing exchange over a broker connection of its own. The exchange
+// is never declared.
+class rabbit_publisher_impl : public QObject {
+    Q_OBJECT
+public:
+    rabbit_publisher_impl(logger& log, const rabbit_publisher_config& cfg, QObject* parent = nullptr);
+    ~rabbit_publisher_impl() override;
+    Q_DISABLE_COPY(rabbit_publisher_impl)
+
+    bool is_connected() const;
+
+Q_SIGNALS:
+    void republish();
+    void conn_estimated();
+
+public Q_SLOTS:
+    // When not connected, waits up to 1000 ms for the link (ending as soon as it is up),
+    // then drops the message with a debug line.
+    virtual void publish_string(QByteArray string, QByteArray routing_key, QString mimeType);
+
+private Q_SLOTS:
+    void connected();
+    void disconnected();
+
+private:
+    struct impl;
+    std::unique_ptr<impl> m_impl;
+};
+
+template <class Config>
+class rabbit_publisher : public rabbit_publisher_impl {
+public:
+    rabbit_publisher(logger& log, const Config& cfg, QObject* parent = nullptr)
+        : rabbit_publisher_impl(log, cfg, parent) {}
+};

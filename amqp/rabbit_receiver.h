@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QObject>
+#include <QString>
+#include <cstdint>
+#include <memory>
+
+#include "app/config.h"
+#include "app/logger.h"
+
+namespace amqp {
+class connection;
+class queue;
+}  // namespace amqp
+
+// Consumes one queue with manual acknowledgement over a broker connection of its own.
+// On every (re)connection it declares the queue, binds it (one binding after another,
+// each confirmed), sets the prefetch window and consumes.
+class rabbit_receiver : public QObject {
+    Q_OBJECT
+public:
+    rabbit_receiver(logger& log, const rabbit_receiver_cfg& cfg, QObject* parent = nullptr, bool raw = false,
+                    bool with_route_key = false);
+    ~rabbit_receiver() override;
+    Q_DISABLE_COPY(rabbit_receiver)
+
+    virtual void ack_message(uint64_t delivery_tag, bool multiple);
+    virtual void reject_message(uint64_t delivery_tag);
+
+Q_SIGNALS:
+    void conn_estimated();
+    void conn_lost();
+    void data_received(QJsonObject json, uint64_t message_tag);
+    void raw_data_received(QByteArray payload, uint64_t message_tag);
+    void raw_routekey_data_received(QByteArray payload, QString routing_key, uint64_t message_tag);
+
+public Q_SLOTS:
+    void stop();
+    void start();
+
+private Q_SLOTS:
+    void messageReceived();
+    void disconnected();
+    void connected();
+
+private:
+    struct impl;
+    std::unique_ptr<impl> m_impl;
+};
