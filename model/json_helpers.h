@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonValue>
+#include <QString>
+#include <QVariant>
+
+// Conversions shared by the record converters; not part of the model's public API.
+namespace model::json_detail {
+
+inline QJsonValue secs(const QDateTime& t) {
+    return QJsonValue(static_cast<qint64>(t.toSecsSinceEpoch()));
+}
+
+// Seconds read as a 64-bit number; anything that is not a JSON number reads as 0.
+inline qint64 secs_of(const QJsonValue& v) {
+    return v.isDouble() ? static_cast<qint64>(v.toDouble()) : 0;
+}
+
+inline QString hex(const QByteArray& bytes) {
+    return QString::fromLatin1(bytes.toHex());
+}
+
+// fromHex skips every character that is not a hex digit.
+inline QByteArray from_hex(const QJsonValue& v) {
+    return QByteArray::fromHex(v.toString().toLocal8Bit());
+}
+
+// A null document has no variant form and therefore writes as JSON null.
+inline QJsonValue document_value(const QJsonDocument& d) {
+    return QJsonValue::fromVariant(d.toVariant());
+}
+
+}  // namespace model::json_detail
