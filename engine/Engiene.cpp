@@ -1,0 +1,182 @@
+#include "engine/Engiene.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QTextStream>
+
+#include "engine/debug_timing.h"
+#include "engine/dl_sending.h"
+#include "engine/ownership.h"
+#include "engine/publication.h"
+#include "model/json.h"
+
+namespace {
+QString compact(const QJsonObject& object) {
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+bool is_dl_report(const QString& type) {
+    return type == "dl_queued" || type == "dl_inprocess" || type == "dl_success" || type == "dl_fault";
+}
+}  // namespace
+
+Engiene::Engiene(DriverBuilder builder, EngineConfig config,
+                 std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                 std::shared_ptr<interfaces::IEAVDatabase> eav,
+                 std::shared_ptr<interfaces::IDeviceClientsDatabase> clients,
+                 std::shared_ptr<interfaces::IDriverState> state, std::unique_ptr<rabbit_receiver> receiver,
+                 std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> publisher,
+                 std::unique_ptr<rabbit_api_man> api, logger& log, QObject* parent)
+    : QObject(parent),
+      m_builder(std::move(builder)),
+      m_config(std::move(config)),
+      m_messages(std::move(messages)),
+      m_eav(std::move(eav)),
+      m_clients(std::move(clients)),
+      m_state(std::move(state)),
+      m_receiver(std::move(receiver)),
+      m_publisher(std::move(publisher)),
+      m_api(std::move(api)),
+      m_log(log) {
+    m_driver = m_builder.build(
+        m_messages, m_eav, [this](const model::dl_message& message) { return sendDlmessage(message); },
+        static_cast<int>(m_config.ul_dl_ttl), m_config.position);
+    connect(m_receiver.get(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
+    connect(&m_controller_timer, &QTimer::timeout, this, &Engiene::onControllerTick);
+    m_controller_timer.setSingleShot(false);
+    m_controller_timer.start(static_cast<int>(m_config.controller_period));
+
+    QString address;
+    QTextStream(&address) << static_cast<const void*>(this);
+    log_line(m_log, Info) << m_log.log_name() << ": "
+                          << "Constructed Engine instatnce " << address;
+}
+
+Engiene::~Engiene() = default;
+
+void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
+    model::ul_message parsed;
+    try {
+        controller_event event;
+        bool accepted = false;
+        if (dispatch(message, parsed, event, accepted) && accepted) {
+            afterAccepted(event);
+            accept(message, deliveryTag);
+            return;
+        }
+        m_receiver->reject_message(deliveryTag);
+    } catch (const std::exception& e) {
+        logFailure(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed);
+        m_receiver->reject_message(deliveryTag);
+    } catch (const QString& text) {
+        logFailure("QString: " + text, deliveryTag, message, nullptr);
+        m_receiver->reject_message(deliveryTag);
+    } catch (...) {
+        logFailure(QString(), deliveryTag, message, nullptr);
+        m_receiver->reject_message(deliveryTag);
+    }
+}
+
+// Runs the step for the message type. `accepted` tells whether the delivery is to be
+// acknowledged; heartbeats are processed in full and still rejected.
+bool Engiene::dispatch(const QJsonObject& message, model::ul_message& stored, controller_event& event,
+                       bool& accepted) {
+    const QString type = message.value("msg_type").toString();
+    if (type == "ul_app") {
+        accepted = processUlApp(message, stored);
+        event = stored;
+        return true;
+    }
+    if (type == "ul_hb") {
+        processHeartbeat(message, stored);
+        accepted = false;
+        return true;
+    }
+    if (is_dl_report(type)) {
+        model::dl_event report;
+        report.modem_id = message.value("modem_id").toInt(0);
+        report.msg_type = type;
+        report.status_id = message.value("status_id").toString();
+        accepted = processDlEvent(report);
+        event = report;
+        return true;
+    }
+    return false;
+}
+
+void Engiene::afterAccepted(const controller_event& event) {
+    QElapsedTimer timer;
+    timer.start();
+    if (m_driver->controller(event)) {
+        debug_timing::report("Controller executed in %1ms", timer);
+    }
+    timer.restart();
+    if (processDlQueues(event)) {
+        debug_timing::report("DL queues executed in %1ms", timer);
+    }
+}
+
+void Engiene::accept(const QJsonObject& message, quint64 deliveryTag) {
+    m_receiver->ack_message(deliveryTag, false);
+    log_line(m_log, Info) << "instance: " << QString::number(m_config.position)
+                          << " message tag: " << static_cast<uint64_t>(deliveryTag)
+                          << " accepted: " << compact(message);
+}
+
+void Engiene::logFailure(const QString& what, quint64 deliveryTag, const QJsonObject& message,
+                         const model::ul_message* parsed) {
+    log_line line(m_log, Error);
+    line << "onUlReceived throw catch. ";
+    if (what.isEmpty()) {
+        line << "Message_tag: " << static_cast<uint64_t>(deliveryTag) << " message: " << compact(message);
+        return;
+    }
+    line << what << " Message_tag: " << static_cast<uint64_t>(deliveryTag)
+         << " Message: " << compact(message);
+    if (parsed) {
+        line << " Parsed message: " << compact(model::to_json(*parsed));
+    }
+}
+
+bool Engiene::isMine(int modem_id, const QString& protocol, const QString& hw_type) const {
+    return ownership::instance_matches(modem_id, m_config.instances, m_config.position) &&
+           ownership::driver_accepts(*m_driver, protocol, hw_type);
+}
+
+void Engiene::onControllerTick() {
+    try {
+        m_driver->controller(controller_event{model::ul_message{}});
+    } catch (...) {
+        log_line(m_log, Error) << "instance: " << QString::number(m_config.position)
+                               << "controller by timer exception";
+    }
+}
+
+QJsonObject Engiene::sendDlmessageRAW(const model::dl_message& message,
+                                      std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                                      rabbit_api_man* api, QString payloadOverride) {
+    return dl_sending::send_raw(message, *messages, *api, payloadOverride);
+}
+
+QJsonObject Engiene::sendDlmessage(const model::dl_message& message) {
+    return dl_sending::send_driver_built(message, *m_driver, *m_messages, *m_clients, *m_api,
+                                         m_config.ul_dl_ttl);
+}
+
+QJsonObject Engiene::send_downlink(const model::dl_message& message) {
+    return sendDlmessage(message);
+}
+
+void Engiene::publish_record(const model::ul_message& stored, const model::eav_record& record,
+                             const QString& client, int index, bool wrap) {
+    publication::publish_record(stored, record, client, index, *m_publisher, wrap);
+}
+
+void Engiene::publish_roll(const model::ul_message& message, const QString& client, int index, bool wrap) {
+    publication::publish_message(message, client, index, *m_publisher, wrap);
+}
+
+void Engiene::send_command(const QString& type, const QJsonObject& data, const QString& routing_key) {
+    m_api->send_cmd(
+        type, data, routing_key, [](const QJsonDocument&) { return true; }, [](const QString&) {}, 0);
+}

@@ -1,0 +1,82 @@
+#include "engine/publication.h"
+
+#include <QJsonDocument>
+#include <QUuid>
+
+#include "amqp/rabbit_publisher.h"
+#include "model/json.h"
+
+namespace publication {
+
+namespace {
+const QString mime_type = QStringLiteral("text/plain");
+
+void send(rabbit_publisher_impl& publisher, const QByteArray& payload, const QString& route) {
+    publisher.publish_string(payload, route.toLatin1(), mime_type);
+}
+}  // namespace
+
+QString fill_route(const QString& route_template, const QStringList& parts) {
+    QString route = route_template;
+    for (const auto& part : parts) {
+        route = route.arg(part);
+    }
+    return route;
+}
+
+QString roll_route(const model::ul_message& message, const QString& client, int index) {
+    return fill_route(roll_template, {client, QString::number(index), message.hw_type, message.tag, "null",
+                                      QString::number(message.modem_id)});
+}
+
+QString event_route(const model::ul_message& stored, const model::dev_event& event, const QString& client,
+                    int index) {
+    return fill_route(eav_template, {client, QString::number(index), stored.hw_type, "event",
+                                     QString::number(event.event_code), QString::number(event.modem_id)});
+}
+
+QString value_route(const model::ul_message& stored, const model::dev_value& value, const QString& client,
+                    int index) {
+    return fill_route(eav_template, {client, QString::number(index), stored.hw_type, value.tag,
+                                     value.obis_code, QString::number(value.modem_id)});
+}
+
+QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap) {
+    if (!wrap) {
+        return QJsonDocument(record).toJson(QJsonDocument::Compact);
+    }
+    QJsonObject envelope;
+    envelope["msg_type"] = msg_type;
+    envelope["cmd_id"] = QUuid::createUuid().toString();
+    envelope["data"] = record;
+    return QJsonDocument(envelope).toJson(QJsonDocument::Compact);
+}
+
+void publish_message(const model::ul_message& message, const QString& client, int index,
+                     rabbit_publisher_impl& publisher, bool wrap) {
+    send(publisher, body(model::to_json(message), "quillon_ul_client_roll", wrap),
+         roll_route(message, client, index));
+}
+
+void publish_event(const model::ul_message& stored, const model::dev_event& event, const QString& client,
+                   int index, rabbit_publisher_impl& publisher, bool wrap) {
+    send(publisher, body(model::to_json(event), "quillon_ul_client_eav_event", wrap),
+         event_route(stored, event, client, index));
+}
+
+void publish_value(const model::ul_message& stored, const model::dev_value& value, const QString& client,
+                   int index, rabbit_publisher_impl& publisher, bool wrap) {
+    send(publisher, body(model::to_json(value), "quillon_ul_client_eav_value", wrap),
+         value_route(stored, value, client, index));
+}
+
+void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
+                    int index, rabbit_publisher_impl& publisher, bool wrap) {
+    if (const auto* event = std::get_if<model::dev_event>(&record)) {
+        publish_event(stored, *event, client, index, publisher, wrap);
+    } else {
+        publish_value(stored, std::get<model::dev_value>(record), client, index, publisher, wrap);
+    }
+}
+
+}  // namespace publication

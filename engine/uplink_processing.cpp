@@ -1,0 +1,139 @@
+// The per-type steps of the engine for uplinks and heartbeats.
+#include <QJsonDocument>
+
+#include "engine/Engiene.h"
+#include "engine/heartbeat.h"
+#include "model/json.h"
+
+namespace {
+void overwrite_from_uplink(model::ul_message& stored, const model::ul_app_message& in) {
+    stored.hw_type = in.hw_type;
+    stored.protocol = in.protocol;
+    stored.station_id = in.station_id;
+    stored.phy = in.phy;
+    stored.snr = in.snr;
+    stored.rssi = in.rssi;
+    stored.payload = in.payload;
+    stored.iterator = in.iterator;
+    stored.tz_mismatch = in.tz_mismatch;
+    stored.time_detected = in.time_detected;
+    stored.dl_phy = in.dl_phy;
+    stored.last_dl_bs_aver_busyness = in.last_dl_bs_aver_busyness;
+    stored.last_dl_bs_busyness = in.last_dl_bs_busyness;
+    stored.bs_timezone_offset = in.bs_tz;
+}
+
+model::eav_list as_eav_list(const QList<model::dev_value>& values) {
+    model::eav_list records;
+    for (const auto& value : values) {
+        records.emplace_back(value);
+    }
+    return records;
+}
+}  // namespace
+
+bool Engiene::processUlApp(const QJsonObject& json, model::ul_message& stored) {
+    const auto uplink = model::ul_app_message_from_json(json);
+    if (!isMine(uplink.modem_id, uplink.protocol, uplink.hw_type)) {
+        return false;
+    }
+    m_driver->parse(uplink, stored);
+    overwrite_from_uplink(stored, uplink);
+    stored.ttl = QDateTime::currentDateTimeUtc().addSecs(m_config.ul_dl_ttl);
+    m_messages->ul().save(stored);
+
+    const model::eav_list records = m_driver->explode(stored);
+    saveExploidObjects(records);
+    storeModemState(stored.modem_id, json, nullptr);
+    if (m_config.settings.ul_client_send) {
+        publishToClients(stored, records);
+    }
+    if (m_driver->needs_dl_processing(controller_event{stored})) {
+        refreshDlStatuses(stored);
+    }
+    return true;
+}
+
+bool Engiene::processHeartbeat(const QJsonObject& json, model::ul_message& stored) {
+    const auto hb = model::ul_hb_message_from_json(json);
+    if (!isMine(hb.modem_id, hb.protocol, hb.hw_type)) {
+        return false;
+    }
+    stored = heartbeat::stored_message(hb);
+    m_messages->ul().save(stored);
+
+    const model::eav_list records = as_eav_list(heartbeat::values(stored));
+    saveExploidObjects(records);
+    const QJsonObject data = stored.data.object();
+    storeModemState(stored.modem_id, json, &data);
+    if (m_config.settings.ul_client_send) {
+        publishToClients(stored, records);
+    }
+    return true;
+}
+
+void Engiene::saveExploidObjects(const model::eav_list& records) {
+    QList<model::dev_event> events;
+    QList<model::dev_value> values;
+    try {
+        for (const auto& record : records) {
+            if (const auto* event = std::get_if<model::dev_event>(&record)) {
+                events.append(*event);
+            } else {
+                values.append(std::get<model::dev_value>(record));
+            }
+        }
+    } catch (...) {
+        // Whatever was gathered is still saved.
+    }
+    if (!events.isEmpty()) {
+        m_eav->records().save_events(events);
+    }
+    if (!values.isEmpty()) {
+        m_eav->records().save_values(values);
+    }
+}
+
+void Engiene::storeModemState(int modem_id, const QJsonObject& json, const QJsonObject* heartbeat_data) {
+    m_state->begin(modem_id);
+    m_state->set(modem_id, "common", QJsonDocument(model::modem_radio_summary(json)).toJson());
+    if (heartbeat_data) {
+        m_state->set(modem_id, "heartbeat", QJsonDocument(*heartbeat_data).toJson());
+    }
+    m_state->end(modem_id, 0);
+}
+
+void Engiene::publishToClients(const model::ul_message& stored, const model::eav_list& records) {
+    QStringList clients = m_clients->clients_store().clients(stored.modem_id);
+    if (clients.isEmpty()) {
+        clients.append("null");
+    }
+    const bool wrap = m_config.settings.ul_client_send_wrap;
+    for (int index = 0; index < clients.size(); ++index) {
+        for (const auto& record : records) {
+            publish_record(stored, record, clients[index], index, wrap);
+        }
+        publish_roll(stored, clients[index], index, wrap);
+    }
+}
+
+// Lets the driver move the modem's unacknowledged downlinks on after an uplink.
+void Engiene::refreshDlStatuses(const model::ul_message& stored) {
+    model::dl_query query;
+    query.modem_id = {stored.modem_id};
+    query.from = QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
+    query.to = QDateTime::currentDateTimeUtc();
+    query.limit = 1000;
+    const auto pending = m_messages->dl().list_not_acked(query);
+    const auto found = pending.find(stored.modem_id);
+    if (found == pending.end()) {
+        return;
+    }
+    const controller_event event{stored};
+    for (const auto& message : found->second) {
+        const int status = m_driver->new_dl_status(event, message);
+        if (status != message.dl_status) {
+            m_messages->dl().set_status(message.db_id, status);
+        }
+    }
+}
