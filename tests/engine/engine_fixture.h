@@ -1,0 +1,107 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <QFile>
+#include <QTemporaryDir>
+#include <memory>
+
+#include "engine/Engiene.h"
+#include "fake_driver.h"
+#include "plugins/PluginsManager.h"
+#include "recording_endpoints.h"
+
+// An engine over the in-memory store plugin, a fake driver and recording endpoints.
+class EngineFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(m_dir.isValid());
+        m_log = std::make_unique<logger>(m_dir.filePath("engine.log"), Debug, "proto7_marl2_1from0");
+        PMConfig pm;
+        pm.db_name = "db_driver_dummy";
+        pm.plugin_path = QUILLON_BIN_DIR;
+        pm.plugin_config_path = m_dir.path();
+        pm.plugin_db_config_path = m_dir.path();
+        m_plugins = std::make_unique<PluginsManager>(pm, *m_log);
+        m_driver = std::make_shared<fake_driver>();
+        m_config.settings.ul_client_send = true;
+    }
+
+    void make_engine() {
+        m_config.ul_dl_ttl = m_config.settings.ul_dl_ttl;
+        rabbit_receiver_cfg receiver_cfg;
+        receiver_cfg.url = unreachable_broker;
+        receiver_cfg.queue = "q";
+        receiver_cfg.vhost = "/api";
+        receiver_cfg.bindings = {{"norvik.api", "k"}};
+        rabbit_publisher_clients_config clients_cfg;
+        clients_cfg.url = unreachable_broker;
+        rabbit_api_config api_cfg;
+        api_cfg.url = unreachable_broker;
+        api_cfg.queue = "cmd";
+        api_cfg.vhost = "/api";
+        api_cfg.bindings = {{"norvik.api", "cmd.in.quillon"}};
+        api_cfg.api_key = "key1";
+        api_cfg.exchange_cmd = "norvik.api";
+
+        auto receiver = std::make_unique<recording_receiver>(*m_log, receiver_cfg);
+        auto publisher = std::make_unique<recording_publisher>(*m_log, clients_cfg);
+        auto api = std::make_unique<recording_api>(*m_log, api_cfg, command_factory());
+        m_receiver = receiver.get();
+        m_publisher = publisher.get();
+        m_api = api.get();
+
+        DriverBuilder builder;
+        builder.build = [this](auto, auto, interfaces::dl_sender, int, int) { return m_driver; };
+        builder.state = [this] { return m_plugins->state_database(); };
+        m_engine = std::make_unique<Engiene>(builder, m_config, messages(), m_plugins->eav_database(),
+                                             clients(), state(), std::move(receiver), std::move(publisher),
+                                             std::move(api), *m_log);
+    }
+
+    std::shared_ptr<interfaces::IMessagesDatabase> messages() { return m_plugins->messages_database(); }
+    std::shared_ptr<interfaces::IDeviceClientsDatabase> clients() { return m_plugins->clients_database(); }
+    std::shared_ptr<interfaces::IDriverState> state() { return m_plugins->state_database(); }
+
+    static QJsonObject uplink(int modem, const QString& protocol = "proto7", const QString& hw = "X") {
+        return QJsonObject{{"msg_type", "ul_app"},
+                           {"modem_id", modem},
+                           {"protocol", protocol},
+                           {"hw_type", hw},
+                           {"payload", "0a0b"},
+                           {"iterator", 7},
+                           {"time_detected", 1700000000},
+                           {"station_id", 12},
+                           {"rssi", -90},
+                           {"snr", 8},
+                           {"phy", "ul_phy1"},
+                           {"dl_phy", "dl_phy2"},
+                           {"bs_tz", 3}};
+    }
+
+    model::per_modem<model::ul_message> stored_roll(int modem) {
+        model::roll_query query;
+        query.modem_id = {modem};
+        query.from = QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
+        query.to = QDateTime::currentDateTimeUtc().addDays(1);
+        query.limit = 0;
+        model::per_modem<model::ul_message> out;
+        messages()->ul().get_roll(out, query);
+        return out;
+    }
+
+    QString log_text() {
+        QFile file(m_dir.filePath("engine.log"));
+        file.open(QIODevice::ReadOnly);
+        return QString::fromUtf8(file.readAll());
+    }
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<logger> m_log;
+    std::unique_ptr<PluginsManager> m_plugins;
+    std::shared_ptr<fake_driver> m_driver;
+    EngineConfig m_config;
+    recording_receiver* m_receiver = nullptr;
+    recording_publisher* m_publisher = nullptr;
+    recording_api* m_api = nullptr;
+    std::unique_ptr<Engiene> m_engine;
+};

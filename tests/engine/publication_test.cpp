@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+#include <QJsonDocument>
+
+#include "engine/dl_sending.h"
+#include "engine/publication.h"
+#include "engine_fixture.h"
+
+TEST(Publication, RoutingKeysOfTheThreeRecordKinds) {
+    model::ul_message message;
+    message.modem_id = 77;
+    message.hw_type = "X";
+    message.tag = "t";
+    EXPECT_EQ(publication::roll_route(message, "c", 2), "c.2.ul_roll.X.t.null.77");
+
+    model::dev_event event;
+    event.event_code = 5;
+    event.modem_id = 77;
+    EXPECT_EQ(publication::event_route(message, event, "c", 2), "c.2.ul_eav.X.event.5.77");
+
+    model::dev_value value;
+    value.obis_code = "temp";
+    value.tag = "system.heartbeat";
+    value.modem_id = 77;
+    EXPECT_EQ(publication::value_route(message, value, "c", 2), "c.2.ul_eav.X.system.heartbeat.temp.77");
+}
+
+TEST(Publication, PlaceholderInsideASubstitutedTextIsFilledLater) {
+    // %4 brings in "%5", which the fifth substitution fills together with the template's own %5.
+    EXPECT_EQ(publication::fill_route(publication::eav_template, {"c", "2", "X", "a%5b", "Q", "77"}),
+              "c.2.ul_eav.X.aQb.Q.77");
+}
+
+TEST(Publication, BodyIsTheRecordOrAnEnvelope) {
+    const QJsonObject record{{"modem_id", 77}};
+    EXPECT_EQ(publication::body(record, "quillon_ul_client_roll", false), QByteArray(R"({"modem_id":77})"));
+    const QJsonObject envelope = QJsonDocument::fromJson(publication::body(record, "m", true)).object();
+    EXPECT_EQ(envelope.value("msg_type").toString(), "m");
+    EXPECT_EQ(envelope.value("data").toObject(), record);
+    EXPECT_EQ(envelope.value("cmd_id").toString().size(), 38);  // {8-4-4-4-12}
+}
+
+TEST(DownlinkSending, PlaceholderSplicing) {
+    const QByteArray marked = QByteArray::fromHex("0102") + "start_placeholder" + "0A0B" +
+                              "stop_placeholder" + QByteArray::fromHex("03");
+    EXPECT_EQ(dl_sending::splice_placeholders(marked), "01020A0B03");
+
+    const QByteArray no_stop =
+        QByteArray::fromHex("0102") + "start_placeholder" + "0A0B" + QByteArray::fromHex("03");
+    // Marker text removed, the rest upper-case hex: "0A0B" is 30 41 30 42.
+    EXPECT_EQ(dl_sending::splice_placeholders(no_stop), "01023041304203");
+
+    EXPECT_EQ(dl_sending::splice_placeholders("start_placeholderAstop_placeholder"), "A");
+    EXPECT_EQ(dl_sending::splice_placeholders(QByteArray::fromHex("ff")), "FF");
+}
+
+TEST_F(EngineFixture, RawDownlinkIsStoredAndSentToTheNetworkServer) {
+    make_engine();
+    model::dl_message message;
+    message.modem_id = 77;
+    message.dl_phy = 5;
+    message.protocol = "proto7";
+    const QJsonObject result = m_engine->sendDlmessageRAW(message, messages(), m_api, QString());
+
+    ASSERT_EQ(m_api->m_sent.size(), 1u);
+    const auto& sent = m_api->m_sent[0];
+    EXPECT_EQ(sent.type, "dl");
+    EXPECT_EQ(sent.route, "cmd.in.netcore");
+    EXPECT_EQ(sent.sharded, 77);
+    EXPECT_EQ(sent.data.value("payload").toString(), "");  // empty payload, no override
+    EXPECT_EQ(sent.data.value("api_key").toString(), "key1");
+    EXPECT_EQ(sent.data.value("dl_phy").toInt(), 5);
+    EXPECT_EQ(sent.data.value("protocol").toString(), "proto7");
+    EXPECT_EQ(sent.data.keys().size(), 10);
+    EXPECT_TRUE(result.value("ok").toBool());
+    const QString id = result.value("bd_id").toString();
+    EXPECT_EQ(sent.data.value("status_id").toString(), id);
+    EXPECT_EQ(messages()->dl().get(id).modem_id, 77);
+}
+
+TEST_F(EngineFixture, DriverBuiltDownlinkSendsTheSplicedText) {
+    clients()->set_device(77, {"proto7", "X", {}});
+    m_driver->m_dl_bytes = QByteArray::fromHex("0102") + "start_placeholder" + "0A0B" + "stop_placeholder" +
+                           QByteArray::fromHex("03");
+    make_engine();
+    model::dl_message message;
+    message.modem_id = 77;
+    const QJsonObject result = m_engine->sendDlmessage(message);
+
+    ASSERT_EQ(m_api->m_sent.size(), 1u);
+    EXPECT_EQ(m_api->m_sent[0].data.value("payload").toString(), "01020A0B03");
+    const auto stored = messages()->dl().get(result.value("bd_id").toString());
+    EXPECT_EQ(stored.payload, QByteArray::fromHex("01020A0B03"));
+    EXPECT_NEAR(stored.ttl.toSecsSinceEpoch(), QDateTime::currentSecsSinceEpoch() + 365 * 86400, 5);
+}
