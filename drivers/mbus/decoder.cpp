@@ -1,0 +1,94 @@
+#include "decoder.h"
+
+#include "cursor.h"
+#include "data_field.h"
+#include "dib.h"
+#include "header.h"
+#include "vib.h"
+
+namespace mbus {
+
+namespace {
+
+constexpr uint8_t dif_manufacturer_data = 0x0f;
+constexpr uint8_t dif_more_records_follow = 0x1f;
+constexpr uint8_t dif_idle_filler = 0x2f;
+
+double power_of_ten(int exponent) {
+    double p = 1;
+    for (int i = 0; i < exponent; ++i) {
+        p *= 10;
+    }
+    return p;
+}
+
+record read_record(cursor& in) {
+    record rec;
+    rec.offset = in.pos();
+    const data_info dib = read_dib(in);
+    const value_block vib = read_vib(in);
+    const data_field field = read_data_field(in, dib.coding, vib.info.kind);
+
+    rec.dib = dib.bytes;
+    rec.vib = vib.bytes;
+    rec.data = field.raw;
+    rec.coding = dib.coding;
+    rec.function = dib.function;
+    rec.storage = dib.storage;
+    rec.tariff = dib.tariff;
+    rec.subunit = dib.subunit;
+    rec.info = vib.info;
+    rec.value = field.value;
+    if (rec.numeric() && rec.info.kind == value_kind::number && !rec.info.manufacturer) {
+        rec.value = scale(field.value.toDouble(), rec.info);
+    }
+    return rec;
+}
+
+}  // namespace
+
+double scale(double raw, const value_info& info) {
+    // Dividing by an exact power of ten keeps 12345 x 10^-3 at exactly 12.345.
+    const double scaled =
+        info.exponent >= 0 ? raw * power_of_ten(info.exponent) : raw / power_of_ten(-info.exponent);
+    return scaled * info.factor + info.offset;
+}
+
+decode_result decode(const QByteArray& payload) {
+    decode_result result;
+    cursor in(payload);
+    try {
+        result.header = read_header(in);
+        if (result.header.encryption_mode() != 0) {
+            result.status = "encrypted";
+            return result;
+        }
+        while (!in.at_end()) {
+            const int at = in.pos();
+            const uint8_t dif = in.peek();
+            if (dif == dif_idle_filler) {
+                in.byte("DIF");
+                continue;
+            }
+            if (dif == dif_manufacturer_data || dif == dif_more_records_follow) {
+                in.byte("DIF");
+                result.has_manufacturer_data = true;
+                result.more_records_follow = dif == dif_more_records_follow;
+                result.manufacturer_data = in.rest();
+                break;
+            }
+            if ((dif & 0x0f) == 0x0f) {
+                throw decode_error(QString("unsupported special DIF 0x%1").arg(dif, 2, 16, QChar('0')), at);
+            }
+            result.records.push_back(read_record(in));
+        }
+        result.status = "parsed";
+    } catch (const decode_error& e) {
+        // The CI field error reads "... at byte 0" without the comma of the others.
+        const bool ci = e.text().startsWith("unsupported CI field");
+        result.status = QString("error: %1%2 at byte %3").arg(e.text(), ci ? "" : ",").arg(e.offset());
+    }
+    return result;
+}
+
+}  // namespace mbus

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+#include <QVariant>
+#include <cstdint>
+#include <vector>
+
+namespace mbus {
+
+// DIF bits 5-4.
+enum class function_field { instantaneous = 0, maximum = 1, minimum = 2, error_state = 3 };
+
+// The data link's application header, as far as the CI field announces one.
+struct app_header {
+    uint8_t ci = 0;
+    QString kind;  // "none", "short" or "long"
+    // Long header only.
+    QString identification;  // 8 BCD digits, most significant first
+    QString manufacturer;    // three-letter code
+    int manufacturer_code = 0;
+    int version = 0;
+    int medium = 0;
+    // Short and long header.
+    int access_number = 0;
+    int status = 0;
+    int configuration = 0;
+
+    bool has_status() const { return kind != "none"; }
+    // Encryption mode M: bits 8-12 of the configuration word.
+    int encryption_mode() const { return (configuration >> 8) & 0x1f; }
+};
+
+// What a record's value means once decoded.
+enum class value_kind { number, date, datetime, none };
+
+// What the VIF and its extensions say about a record.
+struct value_info {
+    QString quantity;  // quantity name, with the suffixes of combinable VIFEs
+    QString unit;      // base unit after scaling
+    int exponent = 0;  // power of ten applied to the raw number
+    double factor = 1;
+    double offset = 0;  // added after scaling (Fahrenheit conversion)
+    value_kind kind = value_kind::number;
+    int record_error = 0;       // error code of a VIFE 0x00-0x1f, 0 = none
+    bool manufacturer = false;  // manufacturer-specific VIF or VIFE: no standard meaning
+};
+
+// One decoded data record.
+struct record {
+    int offset = 0;   // byte offset of the DIF in the payload
+    QByteArray dib;   // DIF and DIFEs
+    QByteArray vib;   // VIF, VIFEs and plain-text unit
+    QByteArray data;  // the data field as received
+    int coding = 0;   // DIF bits 3-0
+    function_field function = function_field::instantaneous;
+    uint64_t storage = 0;
+    uint32_t tariff = 0;
+    uint32_t subunit = 0;
+    value_info info;
+    // double for numbers, QString for text or binary (hex), QDateTime for dates;
+    // invalid when the record carries no value.
+    QVariant value;
+
+    bool numeric() const { return value.type() == QVariant::Double; }
+};
+
+struct decode_result {
+    QString status;  // "parsed", "encrypted" or "error: ..."
+    app_header header;
+    std::vector<record> records;
+    QByteArray manufacturer_data;      // bytes after a 0x0f/0x1f marker
+    bool more_records_follow = false;  // the marker was 0x1f
+    bool has_manufacturer_data = false;
+};
+
+}  // namespace mbus

@@ -1,0 +1,120 @@
+#include "stored_message.h"
+
+#include <QCryptographicHash>
+#include <QJsonArray>
+
+#include "eav.h"
+
+namespace mbus {
+
+namespace {
+
+QString hex_text(const QByteArray& bytes) {
+    return QString::fromLatin1(bytes.toHex());
+}
+
+QJsonObject header_json(const app_header& h) {
+    QJsonObject o{{"ci", QString("%1").arg(h.ci, 2, 16, QChar('0'))}, {"type", h.kind}};
+    if (h.kind == "long") {
+        o["identification"] = h.identification;
+        o["manufacturer"] = h.manufacturer;
+        o["version"] = h.version;
+        o["medium"] = h.medium;
+    }
+    if (h.has_status()) {
+        o["access_number"] = h.access_number;
+        o["status"] = h.status;
+        o["configuration"] = h.configuration;
+        o["encryption_mode"] = h.encryption_mode();
+    }
+    return o;
+}
+
+QJsonValue value_json(const QVariant& value) {
+    if (value.type() == QVariant::DateTime) {
+        return value.toDateTime().toString(Qt::ISODate);
+    }
+    if (value.type() == QVariant::Double) {
+        return value.toDouble();
+    }
+    if (value.type() == QVariant::String) {
+        return value.toString();
+    }
+    return QJsonValue::Null;
+}
+
+void append_le32(QByteArray& out, uint32_t v) {
+    for (int i = 0; i < 4; ++i) {
+        out.append(char((v >> (8 * i)) & 0xff));
+    }
+}
+
+int64_t big_endian64(const QByteArray& b, int at) {
+    uint64_t v = 0;
+    for (int i = 0; i < 8; ++i) {
+        v = (v << 8) | uint8_t(b[at + i]);
+    }
+    return static_cast<int64_t>(v);
+}
+
+}  // namespace
+
+QString coding_name(int coding) {
+    static const char* const names[16] = {"none",  "int8",     "int16",     "int24",  "int32", "real32",
+                                          "int48", "int64",    "selection", "bcd2",   "bcd4",  "bcd6",
+                                          "bcd8",  "variable", "bcd12",     "special"};
+    return names[coding & 0x0f];
+}
+
+QJsonObject record_json(const record& r) {
+    QJsonObject o{{"offset", r.offset},
+                  {"dib", hex_text(r.dib)},
+                  {"vib", hex_text(r.vib)},
+                  {"data", hex_text(r.data)},
+                  {"coding", coding_name(r.coding)},
+                  {"quantity", r.info.quantity},
+                  {"unit", r.info.unit},
+                  {"function", function_name(r.function)},
+                  {"storage", double(r.storage)},
+                  {"tariff", double(r.tariff)},
+                  {"subunit", double(r.subunit)},
+                  {"obis_code", obis_code(r)},
+                  {"value", value_json(r.value)}};
+    if (r.info.record_error != 0) {
+        o["record_error"] = r.info.record_error;
+    }
+    if (r.info.manufacturer) {
+        o["manufacturer_specific"] = true;
+    }
+    return o;
+}
+
+QJsonObject message_data(const decode_result& decoded) {
+    QJsonObject o{{"header", header_json(decoded.header)}};
+    QJsonArray records;
+    for (const record& r : decoded.records) {
+        records.append(record_json(r));
+    }
+    o["records"] = records;
+    if (decoded.has_manufacturer_data) {
+        o["manufacturer_data"] = hex_text(decoded.manufacturer_data);
+        o["more_records_follow"] = decoded.more_records_follow;
+    }
+    return o;
+}
+
+int64_t unique_id(const QByteArray& payload, int32_t modem_id, int32_t iterator,
+                  const QDateTime& time_detected) {
+    QByteArray input = payload;
+    append_le32(input, static_cast<uint32_t>(modem_id));
+    append_le32(input, static_cast<uint32_t>(iterator));
+    append_le32(input, static_cast<uint32_t>(time_detected.toSecsSinceEpoch() & 0xffffffff));
+    const QByteArray digest = QCryptographicHash::hash(input, QCryptographicHash::Md5);
+    return big_endian64(digest, 0) ^ big_endian64(digest, 8);
+}
+
+QString message_id(int64_t unique_id) {
+    return QString::number(static_cast<quint64>(unique_id), 16);
+}
+
+}  // namespace mbus
