@@ -1,0 +1,40 @@
+#include "commands/SendDownlinkMessage.h"
+
+#include <stdexcept>
+
+#include "commands/handler_support.h"
+#include "commands/query_readers.h"
+#include "model/json.h"
+
+SendDownlinkMessage::SendDownlinkMessage(std::shared_ptr<command_context> context)
+    : m_context(std::move(context)) {}
+
+QJsonObject SendDownlinkMessage::execute(const api_message& message) {
+    const QJsonObject body = handler_support::command_body(message, *m_context, "send_dl_msg");
+    const model::dl_message request = read_request(body);
+    if (!body.contains("modem_id") || !body.contains("data")) {
+        return handler_support::fail_reply();
+    }
+    return handler_support::with_std_errors([&] { return send_to_modems(request, body); });
+}
+
+model::dl_message SendDownlinkMessage::read_request(const QJsonObject& body) {
+    model::dl_message request = model::dl_message_from_request(body);
+    if (request.timeout == 0 || request.timeout > max_timeout) {
+        request.timeout = max_timeout;
+    }
+    return request;
+}
+
+QJsonObject SendDownlinkMessage::send_to_modems(model::dl_message request, const QJsonObject& body) const {
+    const QList<int> modems = query_readers::owned_modem_ids(body.value("modem_id"), *m_context);
+    if (!modems.isEmpty() && !m_context->engine) {
+        throw std::runtime_error("send_dl_msg: no engine to send downlinks through");
+    }
+    QJsonObject reply;
+    for (int id : modems) {
+        request.modem_id = id;
+        reply[QString::number(id)] = m_context->engine->send_downlink(request);
+    }
+    return reply;
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QString>
+
+#include "interfaces/IDriver.h"
+
+// The request filters of "get_ids" and "get_metadata".
+namespace device_filters {
+
+// hw_type is "*" or matches the driver's hardware pattern as a whole, ignoring case.
+bool hw_type_passes(const interfaces::IDriver& driver, const QString& hw_type);
+// protocol is "*" or equals the driver's protocol name exactly.
+bool protocol_passes(const interfaces::IDriver& driver, const QString& protocol);
+
+}  // namespace device_filters
