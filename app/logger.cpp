@@ -21,10 +21,8 @@ logger::logger(QSettings& settings, const QString& log_name) : m_log_name(log_na
     m_file.setFileName(m_path);
     // The open is not checked: a log that cannot be opened loses its lines silently.
     m_file.open(QIODevice::WriteOnly | QIODevice::Append);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_level = Error;
-    }
+    QMutexLocker lock(&m_mutex);
+    m_level = Error;
     if (settings.contains("LOG_LEVEL")) {
         // Exact, case-sensitive: a misspelt level silences the log.
         m_level = level_from_word(settings.value("LOG_LEVEL").toString());
@@ -38,7 +36,9 @@ logger::logger(const QString& path, int level, const QString& log_name)
     m_file.open(QIODevice::WriteOnly | QIODevice::Append);
 }
 
-logger::~logger() { m_file.close(); }
+logger::~logger() {
+    m_file.close();
+}
 
 const char* logger::level_name(int level) {
     switch (level) {
@@ -67,7 +67,11 @@ int logger::level_from_word(const QString& word) {
 
 void logger::write(int level, const QString& text) {
     QMutexLocker lock(&m_mutex);
+    if (!m_file.isOpen()) {
+        return;  // the file could not be opened at start: lines are lost by design
+    }
     QTextStream out(&m_file);
+    out.setCodec("UTF-8");
     const QString stamp = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss,zzz");
     if (level == Info) {
         out << stamp << " " << text << "\r\n";

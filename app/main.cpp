@@ -1,6 +1,16 @@
-#include <QCoreApplication>
+#include <exception>
+#include <memory>
+
+#include "app/Application.h"
 
 int main(int argc, char* argv[]) {
-    QCoreApplication app(argc, argv);
+    std::unique_ptr<Application> app;
+    try {
+        app = std::make_unique<Application>(argc, argv);
+    } catch (const std::exception&) {
+        return 1;  // the Application has already reported why
+    }
+    Application::exec();
+    app.reset();
     return 0;
 }

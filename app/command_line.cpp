@@ -1,0 +1,50 @@
+#include "app/command_line.h"
+
+#include <QCommandLineOption>
+
+namespace command_line {
+
+namespace {
+int decimal_value(const QCommandLineParser& parser, const QString& name) {
+    return parser.value(name).toInt(nullptr, 10);
+}
+}  // namespace
+
+void set_application_identity() {
+    QCoreApplication::setApplicationName("Quillon");
+    QCoreApplication::setApplicationVersion("1.1.43");
+}
+
+void register_options(QCommandLineParser& parser) {
+    // The value names are crossed with the descriptions (inst names the count); kept so.
+    parser.addOption(QCommandLineOption(
+        QStringList{"c"}, QCoreApplication::translate("main", "Config file (quillon.ini by default)"),
+        "config", "quillon.ini"));
+    parser.addOption(QCommandLineOption(
+        QStringList{"i"}, QCoreApplication::translate("main", "Instances number"), "inst", "1"));
+    parser.addOption(QCommandLineOption(
+        QStringList{"n"}, QCoreApplication::translate("main", "Instance position"), "ninst", "0"));
+    parser.addHelpOption();
+    parser.addVersionOption();
+}
+
+bool process(QCommandLineParser& parser, const QCoreApplication& app) {
+    set_application_identity();
+    register_options(parser);
+    parser.process(app);
+    return true;
+}
+
+QString config_path(const QCommandLineParser& parser) {
+    return parser.value("c");
+}
+
+int instances(const QCommandLineParser& parser) {
+    return decimal_value(parser, "i");
+}
+
+int position(const QCommandLineParser& parser) {
+    return decimal_value(parser, "n");
+}
+
+}  // namespace command_line

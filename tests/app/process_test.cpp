@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QThread>
+#include <csignal>
+
+#include "test_support.h"
+
+namespace {
+
+const QString quillon = QUILLON_BIN_DIR "/quillon";
+
+// Keeps working once plugins exist: the dummy store from the build's plugin directory.
+QByteArray plugin_settings() {
+    return "[PLUGIN_MANAGER_SETTINGS]\nPLUGIN_PATH=" QUILLON_BIN_DIR "\nDB_NAME=db_driver_dummy\n";
+}
+
+// Waits (bounded, not a speed check) until the log holds a line containing text.
+bool wait_for_log(const QString& path, const QString& text, const QProcess& process) {
+    QDeadlineTimer deadline(20000);
+    while (!deadline.hasExpired() && process.state() == QProcess::Running) {
+        if (QString::fromUtf8(app_test::read_text(path)).contains(text)) {
+            return true;
+        }
+        QThread::msleep(50);
+    }
+    return QString::fromUtf8(app_test::read_text(path)).contains(text);
+}
+
+// Starts quillon, waits until it is up, sends the signal and checks the orderly stop.
+void run_and_stop(QProcess& process, const QString& log_path, const QString& log_name, int signal_number) {
+    ASSERT_TRUE(process.waitForStarted(10000)) << process.errorString().toStdString();
+    ASSERT_TRUE(wait_for_log(log_path, log_name + ": started", process))
+        << "log: " << app_test::read_text(log_path).toStdString()
+        << "\nstderr: " << process.readAllStandardError().toStdString();
+    QThread::msleep(200);
+    ASSERT_EQ(process.state(), QProcess::Running) << "the service must stay up";
+    ::kill(static_cast<pid_t>(process.processId()), signal_number);
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+
+    const QStringList lines = app_test::log_lines(log_path);
+    ASSERT_FALSE(lines.isEmpty());
+    for (const QString& line : lines) {
+        EXPECT_TRUE(line.contains(" " + log_name + ": ")) << line.toStdString();
+    }
+    EXPECT_TRUE(lines.last().endsWith(log_name + ": stopped")) << lines.last().toStdString();
+}
+
+TEST(ProcessTest, VersionOptionPrintsNameAndVersion) {
+    QProcess process;
+    process.start(quillon, {"--version"});
+    ASSERT_TRUE(process.waitForFinished(10000));
+    EXPECT_EQ(process.exitCode(), 0);
+    EXPECT_EQ(process.readAllStandardOutput().trimmed(), "Quillon 1.1.43");
+}
+
+TEST(ProcessTest, UnknownOptionEndsWithAnError) {
+    QProcess process;
+    process.start(quillon, {"--no-such-option"});
+    ASSERT_TRUE(process.waitForFinished(10000));
+    EXPECT_NE(process.exitCode(), 0);
+    EXPECT_TRUE(process.readAllStandardError().contains("no-such-option"));
+}
+
+class StopSignalTest : public ::testing::TestWithParam<int> {};
+
+TEST_P(StopSignalTest, StopsInOrderWithStatusZero) {
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString log_path = dir.filePath("service.log");
+    app_test::write_text(dir.filePath("some.ini"), "[GENERAL_SETTINGS]\nLOG_LEVEL=DEBUG\nLOG_FILE_PATH=" +
+                                                       log_path.toUtf8() + "\n" + plugin_settings());
+    QProcess process;
+    process.setWorkingDirectory(dir.path());
+    process.start(quillon, {"-c", dir.filePath("some.ini"), "-i", "3", "-n", "2"});
+    run_and_stop(process, log_path, "proto7_marl2_3from2", GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(TermAndInt, StopSignalTest, ::testing::Values(SIGTERM, SIGINT));
+
+TEST(ProcessTest, NoArgumentsReadsQuillonIniAndLogsInTheWorkingDirectory) {
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    // LOG_FILE_PATH left to its default: quillon.log beside the configuration.
+    app_test::write_text(dir.filePath("quillon.ini"),
+                         "[GENERAL_SETTINGS]\nLOG_LEVEL=INFORM\n" + plugin_settings());
+    QProcess process;
+    process.setWorkingDirectory(dir.path());
+    process.start(quillon, QStringList{});
+    run_and_stop(process, dir.filePath("quillon.log"), "proto7_marl2_1from0", SIGTERM);
+}
+
+}  // namespace
