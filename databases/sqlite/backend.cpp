@@ -1,0 +1,159 @@
+#include "databases/sqlite/backend.h"
+
+#include <QAtomicInteger>
+#include <QDateTime>
+#include <QDebug>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <stdexcept>
+
+#include "databases/sqlite/schema.h"
+
+namespace sqlite_db {
+namespace {
+
+QString next_connection_name() {
+    static QAtomicInteger<int> counter;
+    return QString("quillon_sqlite_%1").arg(counter.fetchAndAddRelaxed(1));
+}
+
+}  // namespace
+
+backend::backend(const sqlite_config& config) : m_config(config), m_connection(next_connection_name()) {
+    try {
+        open();
+        migrate_schema(*this);
+    } catch (...) {
+        m_statements.clear();
+        m_db.close();
+        m_db = QSqlDatabase();
+        QSqlDatabase::removeDatabase(m_connection);
+        throw;
+    }
+    if (m_config.purge_interval_s > 0) {
+        m_purge_timer.setInterval(m_config.purge_interval_s * 1000);
+        connect(&m_purge_timer, &QTimer::timeout, this, &backend::purge_tick);
+        m_purge_timer.start();
+    }
+}
+
+backend::~backend() {
+    m_purge_timer.stop();
+    if (m_transaction_depth > 0)
+        qWarning() << "SQLite store" << m_config.path << "closed inside a transaction; rolled back";
+    m_statements.clear();
+    m_db.close();
+    m_db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(m_connection);
+}
+
+void backend::fail(const QString& what, const QString& detail) const {
+    throw std::runtime_error(
+        QString("SQLite store %1: %2: %3").arg(m_config.path, what, detail).toStdString());
+}
+
+void backend::open() {
+    if (!QSqlDatabase::isDriverAvailable("QSQLITE"))
+        fail("cannot open", "the Qt SQL driver QSQLITE is not installed");
+    m_db = QSqlDatabase::addDatabase("QSQLITE", m_connection);
+    m_db.setDatabaseName(m_config.path);
+    if (!m_db.open())
+        fail("cannot open", m_db.lastError().text());
+
+    // The first statement reads the file header: a file that is not a database fails here.
+    QSqlQuery q(m_db);
+    if (!q.exec("PRAGMA journal_mode=WAL") || !q.next())
+        fail("cannot open", q.lastError().text());
+    const QString mode = q.value(0).toString();
+    q.finish();
+    if (mode.compare("wal", Qt::CaseInsensitive) != 0)
+        fail("cannot open", QString("WAL journal refused (journal mode %1)").arg(mode));
+    run_plain(QString("PRAGMA synchronous=%1").arg(m_config.synchronous_full ? "FULL" : "NORMAL"));
+    run_plain(QString("PRAGMA busy_timeout=%1").arg(m_config.busy_timeout_ms));
+}
+
+QSqlQuery& backend::statement(const QString& sql) {
+    auto it = m_statements.find(sql);
+    if (it != m_statements.end())
+        return *it->second;
+    auto query = std::make_unique<QSqlQuery>(m_db);
+    if (!query->prepare(sql))
+        fail("cannot prepare", query->lastError().text() + " in: " + sql);
+    return *m_statements.emplace(sql, std::move(query)).first->second;
+}
+
+void backend::run(QSqlQuery& query) {
+    if (!query.exec()) {
+        const QString error = query.lastError().text();
+        query.finish();
+        fail("statement failed", error + " in: " + query.lastQuery());
+    }
+}
+
+void backend::run_plain(const QString& sql) {
+    QSqlQuery q(m_db);
+    if (!q.exec(sql))
+        fail("statement failed", q.lastError().text() + " in: " + sql);
+}
+
+int backend::purge_tables(const QStringList& tables, int max_rows) {
+    if (max_rows <= 0)
+        return 0;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    int removed = 0;
+    for (const QString& table : tables) {
+        // Table names come from the fixed schema list only; the values are bound.
+        QSqlQuery& q =
+            statement(QString("DELETE FROM %1 WHERE id IN (SELECT id FROM %1 WHERE ttl IS NOT NULL "
+                              "AND ttl <= :now ORDER BY ttl LIMIT :n)")
+                          .arg(table));
+        q.bindValue(":now", now);
+        q.bindValue(":n", max_rows);
+        run(q);
+        removed += q.numRowsAffected();
+        q.finish();
+    }
+    return removed;
+}
+
+int backend::purge_all(int max_rows) {
+    QStringList tables;
+    for (const char* t : expiring_tables)
+        tables << t;
+    return purge_tables(tables, max_rows);
+}
+
+void backend::purge_tick() {
+    // A timer slot must not let an exception into the event loop.
+    try {
+        purge_all(m_config.purge_batch);
+    } catch (const std::exception& e) {
+        qWarning() << "SQLite store clean-up failed:" << e.what();
+    }
+}
+
+backend::transaction::transaction(backend& db) : m_db(db), m_outer(db.m_transaction_depth == 0) {
+    // IMMEDIATE takes the write lock at once, so a second process waits in the busy
+    // handler instead of failing when it upgrades a read lock.
+    if (m_outer)
+        m_db.run_plain("BEGIN IMMEDIATE");
+    ++m_db.m_transaction_depth;
+}
+
+backend::transaction::~transaction() {
+    --m_db.m_transaction_depth;
+    if (!m_outer || m_done)
+        return;
+    QSqlQuery q(m_db.m_db);
+    if (!q.exec("ROLLBACK"))
+        qWarning() << "SQLite store" << m_db.m_config.path << "rollback failed:" << q.lastError().text();
+}
+
+void backend::transaction::commit() {
+    if (!m_outer || m_done)
+        return;
+    m_db.run_plain("COMMIT");
+    m_done = true;
+}
+
+}  // namespace sqlite_db

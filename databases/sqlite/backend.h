@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QObject>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+#include <QVariant>
+#include <map>
+#include <memory>
+
+#include "databases/sqlite/sqlite_config.h"
+
+namespace sqlite_db {
+
+// One connection to the database file, shared by the four store objects of the plugin.
+// Opens the file in WAL mode, creates or migrates the schema, caches prepared
+// statements and purges expired rows in small batches from a timer.
+// Every failure is thrown as std::runtime_error naming the file.
+class backend : public QObject {
+    Q_OBJECT
+    Q_DISABLE_COPY(backend)
+public:
+    explicit backend(const sqlite_config& config);
+    ~backend() override;
+
+    const sqlite_config& config() const { return m_config; }
+    const QString& connection_name() const { return m_connection; }
+
+    // A statement prepared once per connection and reused; bind, then run().
+    QSqlQuery& statement(const QString& sql);
+    // Executes a prepared statement and throws with its error text on failure.
+    void run(QSqlQuery& query);
+    // Executes a statement without values (schema, pragmas).
+    void run_plain(const QString& sql);
+
+    // Deletes at most max_rows expired rows from each named table; returns the count.
+    int purge_tables(const QStringList& tables, int max_rows);
+    int purge_all(int max_rows);
+
+    // Transaction of one store call: begun on construction, rolled back unless committed.
+    // A scope opened inside another one joins it, so the outer scope commits.
+    class transaction {
+    public:
+        explicit transaction(backend& db);
+        ~transaction();
+        transaction(const transaction&) = delete;
+        transaction& operator=(const transaction&) = delete;
+        void commit();
+
+    private:
+        backend& m_db;
+        bool m_outer = false;
+        bool m_done = false;
+    };
+
+    [[noreturn]] void fail(const QString& what, const QString& detail) const;
+
+private:
+    void open();
+    void purge_tick();
+
+    sqlite_config m_config;
+    QString m_connection;
+    QSqlDatabase m_db;
+    std::map<QString, std::unique_ptr<QSqlQuery>> m_statements;
+    int m_transaction_depth = 0;
+    QTimer m_purge_timer;
+};
+
+}  // namespace sqlite_db

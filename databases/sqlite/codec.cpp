@@ -1,0 +1,57 @@
+#include "databases/sqlite/codec.h"
+
+#include <QJsonArray>
+#include <limits>
+
+namespace sqlite_db {
+
+QVariant time_value(const QDateTime& t) {
+    return t.isValid() ? QVariant(t.toMSecsSinceEpoch()) : QVariant(QVariant::LongLong);
+}
+
+QDateTime time_from(const QVariant& v) {
+    return v.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(v.toLongLong(), Qt::UTC);
+}
+
+QVariant document_value(const QJsonDocument& d) {
+    return d.isNull() ? QVariant(QVariant::String)
+                      : QVariant(QString::fromUtf8(d.toJson(QJsonDocument::Compact)));
+}
+
+QJsonDocument document_from(const QVariant& v) {
+    return v.isNull() ? QJsonDocument() : QJsonDocument::fromJson(v.toString().toUtf8());
+}
+
+QString object_text(const QJsonObject& o) {
+    return QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
+}
+
+QJsonObject object_from(const QVariant& v) {
+    return QJsonDocument::fromJson(v.toString().toUtf8()).object();
+}
+
+QString text_value(const QString& s) {
+    return s.isNull() ? QString("") : s;
+}
+
+QString json_list(const QStringList& items) {
+    return QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(items)).toJson(QJsonDocument::Compact));
+}
+
+qint64 range_from(const QDateTime& from) {
+    return from.isValid() ? from.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
+}
+
+qint64 range_to(const QDateTime& to) {
+    return to.isValid() ? to.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
+}
+
+int sql_limit(int limit) {
+    return limit > 0 ? limit : -1;
+}
+
+qint64 now_ms() {
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+}  // namespace sqlite_db

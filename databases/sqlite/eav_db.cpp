@@ -1,0 +1,172 @@
+#include "databases/sqlite/eav_db.h"
+
+#include <QSqlQuery>
+
+#include "databases/sqlite/backend.h"
+#include "databases/sqlite/codec.h"
+#include "databases/sqlite/messages_db.h"
+#include "databases/sqlite/sqlite_config.h"
+
+namespace sqlite_db {
+namespace {
+
+const QString value_columns = "modem_id, timestamp, obis_code, tag, value, value_type, message_id, ttl";
+const QString event_columns =
+    "modem_id, timestamp, event_code, message_id, message, extended_data, parameter, ttl";
+
+// Filters shared by the value and event queries: one modem, inclusive time range, live rows.
+const QString common_filter =
+    "modem_id = :modem AND timestamp BETWEEN :from AND :to AND (ttl IS NULL OR ttl > :now)";
+const QString value_filter = common_filter +
+                             " AND (:all_tags OR tag IN (SELECT j.value FROM json_each(:tags) AS j))"
+                             " AND (:all_obis OR obis_code IN (SELECT j.value FROM json_each(:obis) AS j))";
+
+// Either every matching row, or only the first and the last row of each series
+// (partition), both in time order.
+QString select_sql(const QString& columns, const QString& table, const QString& filter, bool first_and_last,
+                   const QString& partition) {
+    if (!first_and_last)
+        return QString("SELECT %1 FROM %2 WHERE %3 ORDER BY timestamp, id LIMIT :limit")
+            .arg(columns, table, filter);
+    return QString(
+               "SELECT %1 FROM (SELECT %1, id,"
+               " ROW_NUMBER() OVER (PARTITION BY %4 ORDER BY timestamp, id) AS first_rank,"
+               " ROW_NUMBER() OVER (PARTITION BY %4 ORDER BY timestamp DESC, id DESC) AS last_rank"
+               " FROM %2 WHERE %3) WHERE first_rank = 1 OR last_rank = 1 ORDER BY timestamp, id LIMIT :limit")
+        .arg(columns, table, filter, partition);
+}
+
+void bind_common(QSqlQuery& q, int modem, const model::value_query& query, qint64 now) {
+    q.bindValue(":modem", modem);
+    q.bindValue(":from", range_from(query.from));
+    q.bindValue(":to", range_to(query.to));
+    q.bindValue(":now", now);
+    q.bindValue(":limit", sql_limit(query.limit));
+}
+
+model::dev_value read_value(const QSqlQuery& q) {
+    model::dev_value v;
+    v.modem_id = q.value(0).toInt();
+    v.timestamp = time_from(q.value(1));
+    v.obis_code = q.value(2).toString();
+    v.tag = q.value(3).toString();
+    v.value = q.value(4);
+    const int type = q.value(5).toInt();
+    // SQLite keeps integers, reals and text; the stored type restores bools and widths.
+    if (type == QMetaType::UnknownType)
+        v.value = QVariant();
+    else if (v.value.userType() != type)
+        v.value.convert(type);
+    v.message_id = q.value(6).toString();
+    v.ttl = time_from(q.value(7));
+    return v;
+}
+
+model::dev_event read_event(const QSqlQuery& q) {
+    model::dev_event e;
+    e.modem_id = q.value(0).toInt();
+    e.timestamp = time_from(q.value(1));
+    e.event_code = q.value(2).toInt();
+    e.message_id = q.value(3).toString();
+    e.message = q.value(4).toString();
+    e.extended_data = document_from(q.value(5));
+    e.parameter = q.value(6).toInt();
+    e.ttl = time_from(q.value(7));
+    return e;
+}
+
+}  // namespace
+
+void record_store::save_values(const QList<model::dev_value>& values) {
+    if (values.isEmpty())
+        return;
+    backend::transaction tx(m_db);
+    QSqlQuery& q = m_db.statement("INSERT INTO dev_values (" + value_columns +
+                                  ") VALUES (:modem_id, :timestamp, :obis_code, :tag, :value, :value_type,"
+                                  " :message_id, :ttl)");
+    for (const model::dev_value& v : values) {
+        q.bindValue(":modem_id", v.modem_id);
+        q.bindValue(":timestamp", time_value(v.timestamp));
+        q.bindValue(":obis_code", text_value(v.obis_code));
+        q.bindValue(":tag", text_value(v.tag));
+        q.bindValue(":value", v.value);
+        q.bindValue(":value_type", v.value.userType());
+        q.bindValue(":message_id", v.message_id);
+        q.bindValue(":ttl", time_value(v.ttl));
+        m_db.run(q);
+    }
+    tx.commit();
+}
+
+void record_store::save_events(const QList<model::dev_event>& events) {
+    if (events.isEmpty())
+        return;
+    backend::transaction tx(m_db);
+    QSqlQuery& q = m_db.statement("INSERT INTO dev_events (" + event_columns +
+                                  ") VALUES (:modem_id, :timestamp, :event_code, :message_id, :message,"
+                                  " :extended_data, :parameter, :ttl)");
+    for (const model::dev_event& e : events) {
+        q.bindValue(":modem_id", e.modem_id);
+        q.bindValue(":timestamp", time_value(e.timestamp));
+        q.bindValue(":event_code", e.event_code);
+        q.bindValue(":message_id", e.message_id);
+        q.bindValue(":message", e.message);
+        q.bindValue(":extended_data", document_value(e.extended_data));
+        q.bindValue(":parameter", e.parameter);
+        q.bindValue(":ttl", time_value(e.ttl));
+        m_db.run(q);
+    }
+    tx.commit();
+}
+
+void record_store::get_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {
+    QSqlQuery& q = m_db.statement(
+        select_sql(value_columns, "dev_values", value_filter, query.first_and_last, "obis_code"));
+    const qint64 now = now_ms();
+    for (int modem : query.modem_id) {
+        bind_common(q, modem, query, now);
+        q.bindValue(":all_tags", query.tag.isEmpty());
+        q.bindValue(":tags", json_list(query.tag));
+        q.bindValue(":all_obis", query.obis_codes.isEmpty());
+        q.bindValue(":obis", json_list(query.obis_codes));
+        m_db.run(q);
+        while (q.next())
+            out[modem].push_back(read_value(q));
+        q.finish();
+    }
+}
+
+void record_store::get_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
+    // Events carry neither a tag nor an OBIS code: those lists do not filter them, and
+    // "first and last" keeps the first and last event of each event code.
+    QSqlQuery& q = m_db.statement(
+        select_sql(event_columns, "dev_events", common_filter, query.first_and_last, "event_code"));
+    const qint64 now = now_ms();
+    for (int modem : query.modem_id) {
+        bind_common(q, modem, query, now);
+        m_db.run(q);
+        while (q.next())
+            out[modem].push_back(read_event(q));
+        q.finish();
+    }
+}
+
+eav_database::eav_database(std::shared_ptr<sqlite_db::backend> db) : m_db(std::move(db)), m_records(*m_db) {}
+
+QString eav_database::backend() const {
+    return plugin_name;
+}
+
+int eav_database::purge_expired(int max_rows) {
+    return m_db->purge_tables({"dev_values", "dev_events"}, max_rows);
+}
+
+qint64 eav_database::value_count() {
+    return live_count(*m_db, "dev_values");
+}
+
+qint64 eav_database::event_count() {
+    return live_count(*m_db, "dev_events");
+}
+
+}  // namespace sqlite_db

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+namespace sqlite_db {
+
+// What the SQLite store serves and how it is configured. The plugin's JSON file
+// (plug_db_driver_sqlite.json beside the plugin) holds:
+//   "path"            database file; relative paths are taken from the working
+//                     directory (default "quillon.db")
+//   "synchronous"     "NORMAL" (default: under WAL a power loss may cost the last
+//                     transactions, a process crash costs nothing) or "FULL"
+//   "purge_interval"  seconds between clean-ups of expired rows (default 60, 0 = off)
+//   "purge_batch"     most rows deleted per table and clean-up (default 500)
+//   "busy_timeout"    ms to wait for another process's write lock (default 5000)
+//   "devices"         optional registry seed: {"77": {"protocol": ..., "hw_type": ...,
+//                     "clients": [...]}}
+// It serves all four database objects (messages, values and events, driver state
+// with the downlink queues, device registry) from one file.
+inline constexpr const char* plugin_name = "db_driver_sqlite";
+
+struct sqlite_config {
+    QString path = "quillon.db";  // absolute after from_json
+    bool synchronous_full = false;
+    int purge_interval_s = 60;
+    int purge_batch = 500;
+    int busy_timeout_ms = 5000;
+    QJsonObject devices;
+
+    // Reads the plugin configuration; unknown or mistyped keys keep their defaults.
+    static sqlite_config from_json(const QJsonObject& o);
+};
+
+}  // namespace sqlite_db

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "interfaces/IDriverState.h"
+
+namespace sqlite_db {
+
+class backend;
+
+// Downlink-queue sets, one JSON document per modem in dl_queue_sets.
+class queue_store : public interfaces::IQueueStore {
+public:
+    explicit queue_store(backend& db) : m_db(db) {}
+    model::dl_queues load(int modem_id) override;
+    void save(int modem_id, const model::dl_queues& queues, int flag) override;
+
+private:
+    backend& m_db;
+};
+
+// Driver state: one row per (modem, entry) in state_entries, the mark of end() in
+// state_marks. Each call is its own transaction; begin() and end() do not hold one
+// open, so an exception between them cannot leave the file locked.
+class state_database : public interfaces::IDriverState {
+public:
+    explicit state_database(std::shared_ptr<sqlite_db::backend> db);
+    void begin(int modem_id) override;
+    void end(int modem_id, int flag) override;
+    void remove(int modem_id) override;
+    QJsonValue get(int modem_id, const QString& key) override;
+    void set(int modem_id, const QString& key, const interfaces::state_value& value) override;
+    QJsonObject state(int modem_id) override;
+    int mark(int modem_id) override;
+    QList<int> modems_with_state() override;
+    void save(int modem_id, const QJsonObject& state) override;
+    QList<int> ids(const QString& hw_type, const QString& protocol) override;
+    int list_modems(QList<int>& out, int offset, int limit) override;
+    void prepare(int modem_id) override;
+    void clear_queues() override;
+    // The service runs on one thread, so the guard only counts nesting per modem; a
+    // nested lock of the same modem never waits.
+    std::shared_ptr<void> lock(int modem_id) override;
+    interfaces::IQueueStore& queues() override { return m_queues; }
+
+    // Nesting depth of lock() for a modem; 0 when it is not held.
+    int lock_depth(int modem_id) const;
+
+private:
+    void put_entry(int modem_id, const QString& key, const QJsonValue& value);
+
+    std::shared_ptr<backend> m_db;
+    queue_store m_queues;
+    std::shared_ptr<std::map<int, int>> m_locks = std::make_shared<std::map<int, int>>();
+};
+
+}  // namespace sqlite_db

@@ -1,0 +1,128 @@
+#include <QSqlQuery>
+
+#include "databases/sqlite/backend.h"
+#include "databases/sqlite/codec.h"
+#include "databases/sqlite/messages_db.h"
+
+namespace sqlite_db {
+namespace {
+
+const QString columns =
+    "modem_id, station_id, ttl, timestamp, time_detected, bs_timezone_offset, phy, snr, rssi, tag, unique_id,"
+    " data, extended_data, parse_status, hw_type, protocol, payload, tz_mismatch, dl_phy,"
+    " last_dl_bs_aver_busyness, last_dl_bs_busyness, iterator";
+
+model::ul_message read_message(const QSqlQuery& q) {
+    model::ul_message m;
+    m.modem_id = q.value(0).toInt();
+    m.station_id = q.value(1).toInt();
+    m.ttl = time_from(q.value(2));
+    m.timestamp = time_from(q.value(3));
+    m.time_detected = time_from(q.value(4));
+    m.bs_timezone_offset = q.value(5).toInt();
+    m.phy = q.value(6).toString();
+    m.snr = q.value(7).toInt();
+    m.rssi = q.value(8).toInt();
+    m.tag = q.value(9).toString();
+    m.unique_id = q.value(10).toLongLong();
+    m.data = document_from(q.value(11));
+    m.extended_data = document_from(q.value(12));
+    m.parse_status = q.value(13).toString();
+    m.hw_type = q.value(14).toString();
+    m.protocol = q.value(15).toString();
+    m.payload = q.value(16).toByteArray();
+    m.tz_mismatch = q.value(17).toBool();
+    m.dl_phy = q.value(18).toString();
+    m.last_dl_bs_aver_busyness = q.value(19).toDouble();
+    m.last_dl_bs_busyness = q.value(20).toDouble();
+    m.iterator = q.value(21).toInt();
+    return m;
+}
+
+// One statement per time column; the column name is fixed text, the values are bound.
+QString roll_sql(const char* time_column) {
+    return QString(
+               "SELECT %1 FROM ul_messages WHERE modem_id = :modem AND %2 BETWEEN :from AND :to"
+               " AND (ttl IS NULL OR ttl > :now)"
+               " AND (:all_tags OR tag IN (SELECT j.value FROM json_each(:tags) AS j))"
+               " ORDER BY %2, id LIMIT :limit")
+        .arg(columns, time_column);
+}
+
+}  // namespace
+
+void uplink_store::save(const model::ul_message& m) {
+    QSqlQuery& q = m_db.statement(
+        "INSERT INTO ul_messages (" + columns +
+        ") VALUES (:modem_id, :station_id, :ttl, :timestamp, :time_detected, :bs_timezone_offset, :phy, :snr,"
+        " :rssi, :tag, :unique_id, :data, :extended_data, :parse_status, :hw_type, :protocol, :payload,"
+        " :tz_mismatch, :dl_phy, :aver_busyness, :busyness, :iterator)");
+    q.bindValue(":modem_id", m.modem_id);
+    q.bindValue(":station_id", m.station_id);
+    q.bindValue(":ttl", time_value(m.ttl));
+    q.bindValue(":timestamp", time_value(m.timestamp));
+    q.bindValue(":time_detected", time_value(m.time_detected));
+    q.bindValue(":bs_timezone_offset", m.bs_timezone_offset);
+    q.bindValue(":phy", m.phy);
+    q.bindValue(":snr", m.snr);
+    q.bindValue(":rssi", m.rssi);
+    q.bindValue(":tag", text_value(m.tag));
+    q.bindValue(":unique_id", qint64(m.unique_id));
+    q.bindValue(":data", document_value(m.data));
+    q.bindValue(":extended_data", document_value(m.extended_data));
+    q.bindValue(":parse_status", m.parse_status);
+    q.bindValue(":hw_type", m.hw_type);
+    q.bindValue(":protocol", m.protocol);
+    q.bindValue(":payload", m.payload);
+    q.bindValue(":tz_mismatch", m.tz_mismatch);
+    q.bindValue(":dl_phy", m.dl_phy);
+    q.bindValue(":aver_busyness", m.last_dl_bs_aver_busyness);
+    q.bindValue(":busyness", m.last_dl_bs_busyness);
+    q.bindValue(":iterator", m.iterator);
+    // A single statement outside a transaction is its own committed transaction.
+    m_db.run(q);
+}
+
+void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) {
+    QSqlQuery& q = m_db.statement(roll_sql(query.time_detected ? "time_detected" : "timestamp"));
+    const qint64 now = now_ms();
+    for (int modem : query.modem_id) {
+        q.bindValue(":modem", modem);
+        q.bindValue(":from", range_from(query.from));
+        q.bindValue(":to", range_to(query.to));
+        q.bindValue(":now", now);
+        q.bindValue(":all_tags", query.tag.isEmpty());
+        q.bindValue(":tags", json_list(query.tag));
+        q.bindValue(":limit", sql_limit(query.limit));
+        m_db.run(q);
+        while (q.next())
+            out[modem].push_back(read_message(q));
+        q.finish();
+    }
+}
+
+QList<int> uplink_store::modems() {
+    QSqlQuery& q = m_db.statement(
+        "SELECT DISTINCT modem_id FROM ul_messages WHERE ttl IS NULL OR ttl > :now ORDER BY modem_id");
+    q.bindValue(":now", now_ms());
+    m_db.run(q);
+    QList<int> result;
+    while (q.next())
+        result << q.value(0).toInt();
+    q.finish();
+    return result;
+}
+
+void uplink_store::device(std::pair<QString, QString>& out, int modem_id) {
+    QSqlQuery& q = m_db.statement(
+        "SELECT protocol, hw_type FROM ul_messages WHERE modem_id = :modem AND (ttl IS NULL OR ttl > :now)"
+        " ORDER BY timestamp DESC, id DESC LIMIT 1");
+    q.bindValue(":modem", modem_id);
+    q.bindValue(":now", now_ms());
+    m_db.run(q);
+    out = q.next() ? std::make_pair(q.value(0).toString(), q.value(1).toString())
+                   : std::make_pair(QString(), QString());
+    q.finish();
+}
+
+}  // namespace sqlite_db
