@@ -58,14 +58,6 @@ TEST(ProcessTest, VersionOptionPrintsNameAndVersion) {
     EXPECT_EQ(process.readAllStandardOutput().trimmed(), "Quillon 1.1.43");
 }
 
-TEST(ProcessTest, UnknownOptionEndsWithAnError) {
-    QProcess process;
-    process.start(quillon, {"--no-such-option"});
-    ASSERT_TRUE(process.waitForFinished(10000));
-    EXPECT_NE(process.exitCode(), 0);
-    EXPECT_TRUE(process.readAllStandardError().contains("no-such-option"));
-}
-
 class StopSignalTest : public ::testing::TestWithParam<int> {};
 
 TEST_P(StopSignalTest, StopsInOrderWithStatusZero) {
