@@ -1,3 +1,85 @@
 #include "app/composition.h"
 
-std::unique_ptr<QObject> compose_service(const startup_records&) { return nullptr; }
+#include "amqp/rabbit_api_man.h"
+#include "amqp/rabbit_publisher.h"
+#include "amqp/rabbit_receiver.h"
+#include "commands/command_context.h"
+#include "commands/command_factory.h"
+#include "engine/Engiene.h"
+#include "plugins/PluginsManager.h"
+
+namespace {
+
+// Owns the plugin manager and the engine, and destroys the engine (with its endpoints,
+// driver and handlers) before the plugin manager that holds the stores.
+class service_graph : public QObject {
+public:
+    explicit service_graph(std::unique_ptr<PluginsManager> plugins) : m_plugins(std::move(plugins)) {}
+    ~service_graph() override { m_engine.reset(); }
+    Q_DISABLE_COPY(service_graph)
+
+    PluginsManager& plugins() { return *m_plugins; }
+    void set_engine(std::unique_ptr<Engiene> engine) { m_engine = std::move(engine); }
+
+private:
+    std::unique_ptr<PluginsManager> m_plugins;
+    std::unique_ptr<Engiene> m_engine;
+};
+
+QString history_prefix(const startup_records& records) {
+    if (!records.general.history_routing_key_prefix.isEmpty()) {
+        return records.general.history_routing_key_prefix;
+    }
+    // By default the network server re-delivers history under this instance's own
+    // history words: <route>.<instance>.<protocol>.
+    return QString("%1.%2.%3")
+        .arg(records.general.history_route_key, records.pm.instance_names.value(0), records.pm.protocol);
+}
+
+std::shared_ptr<command_context> make_context(const startup_records& records, PluginsManager& plugins) {
+    auto context = std::make_shared<command_context>();
+    context->log = records.log;
+    context->engine_config = records.engine;
+    context->pm_config = records.pm;
+    context->api_config = records.api;
+    context->messages = plugins.messages_database();
+    context->eav = plugins.eav_database();
+    context->state = plugins.state_database();
+    context->clients = plugins.clients_database();
+    context->history_routing_key_prefix = history_prefix(records);
+    return context;
+}
+
+DriverBuilder make_driver_builder(PluginsManager& plugins) {
+    DriverBuilder builder;
+    builder.build = [&plugins](std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                               std::shared_ptr<interfaces::IEAVDatabase> eav, interfaces::dl_sender send_dl,
+                               int ttl_seconds, int position) {
+        return plugins.create_driver(std::move(messages), std::move(eav), std::move(send_dl), ttl_seconds,
+                                     position);
+    };
+    builder.state = [&plugins] { return plugins.state_database(); };
+    return builder;
+}
+
+}  // namespace
+
+std::unique_ptr<QObject> compose_service(const startup_records& records) {
+    logger& log = *records.log;
+    auto graph = std::make_unique<service_graph>(std::make_unique<PluginsManager>(records.pm, log));
+    PluginsManager& plugins = graph->plugins();
+
+    auto context = make_context(records, plugins);
+    auto receiver = std::make_unique<rabbit_receiver>(log, records.receiver);
+    auto publisher =
+        std::make_unique<rabbit_publisher<rabbit_publisher_clients_config>>(log, records.clients);
+    auto api = std::make_unique<rabbit_api_man>(log, records.api, make_command_factory(context));
+
+    auto engine = std::make_unique<Engiene>(make_driver_builder(plugins), records.engine, context->messages,
+                                            context->eav, context->clients, context->state,
+                                            std::move(receiver), std::move(publisher), std::move(api), log);
+    context->driver = engine->driver();
+    context->engine = engine.get();
+    graph->set_engine(std::move(engine));
+    return graph;
+}
