@@ -4,6 +4,7 @@
 
 #include "commands/CustomRequest.h"
 #include "commands/Device.h"
+#include "commands/DownlinkQueueMessage.h"
 #include "commands/ExitNormal.h"
 #include "commands/GetDownlinkMessage.h"
 #include "commands/GetIDs.h"
@@ -33,6 +34,7 @@ const std::vector<command_row>& command_table() {
         {"send_dl_msg", &create<SendDownlinkMessage>},
         {"status_dl_msg", &create<StatusDownlinkMessage>},
         {"get_dl_msg", &create<GetDownlinkMessage>},
+        {"dl_queue", &create<DownlinkQueueMessage>},
     };
     return rows;
 }
