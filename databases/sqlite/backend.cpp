@@ -1,10 +1,11 @@
 #include "databases/sqlite/backend.h"
 
-#include <QAtomicInteger>
+#include <QAbstractEventDispatcher>
 #include <QDateTime>
 #include <QDebug>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QUuid>
 #include <stdexcept>
 
 #include "databases/sqlite/schema.h"
@@ -12,9 +13,10 @@
 namespace sqlite_db {
 namespace {
 
+// Unique per backend even when two copies of this code (plugin and tool or test) share
+// one process and Qt's connection registry.
 QString next_connection_name() {
-    static QAtomicInteger<int> counter;
-    return QString("quillon_sqlite_%1").arg(counter.fetchAndAddRelaxed(1));
+    return "quillon_sqlite_" + QUuid::createUuid().toString(QUuid::WithoutBraces);
 }
 
 }  // namespace
@@ -30,7 +32,9 @@ backend::backend(const sqlite_config& config) : m_config(config), m_connection(n
         QSqlDatabase::removeDatabase(m_connection);
         throw;
     }
-    if (m_config.purge_interval_s > 0) {
+    // The periodic clean-up needs an event loop; without one (a tool that only
+    // edits the registry) purge_expired() is still there to call.
+    if (m_config.purge_interval_s > 0 && QAbstractEventDispatcher::instance()) {
         m_purge_timer.setInterval(m_config.purge_interval_s * 1000);
         connect(&m_purge_timer, &QTimer::timeout, this, &backend::purge_tick);
         m_purge_timer.start();

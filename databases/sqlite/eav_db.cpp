@@ -77,6 +77,10 @@ model::dev_event read_event(const QSqlQuery& q) {
 
 }  // namespace
 
+QString value_query_sql(bool first_and_last) {
+    return select_sql(value_columns, "dev_values", value_filter, first_and_last, "obis_code");
+}
+
 void record_store::save_values(const QList<model::dev_value>& values) {
     if (values.isEmpty())
         return;

@@ -35,4 +35,8 @@ private:
     record_store m_records;
 };
 
+// The one-modem value query (bound: :modem, :from, :to, :now, :all_tags, :tags,
+// :all_obis, :obis, :limit).
+QString value_query_sql(bool first_and_last);
+
 }  // namespace sqlite_db

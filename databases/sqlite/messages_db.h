@@ -53,6 +53,10 @@ private:
     downlink_store m_dl;
 };
 
+// The one-modem history query of the uplink store (bound: :modem, :from, :to, :now,
+// :all_tags, :tags, :limit).
+QString roll_query_sql(bool time_detected);
+
 // Rows of a table whose ttl has not passed.
 qint64 live_count(backend& db, const QString& table);
 

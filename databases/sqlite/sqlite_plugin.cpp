@@ -1,10 +1,5 @@
 #include "databases/sqlite/sqlite_plugin.h"
 
-#include <QDebug>
-#include <QFileInfo>
-#include <QJsonValue>
-#include <stdexcept>
-
 #include "databases/common/device_seed.h"
 #include "databases/sqlite/backend.h"
 #include "databases/sqlite/eav_db.h"
@@ -14,43 +9,6 @@
 #include "databases/sqlite/state_db.h"
 
 namespace sqlite_db {
-namespace {
-
-int positive_int(const QJsonObject& o, const char* key, int fallback) {
-    const QJsonValue v = o.value(key);
-    if (v.isUndefined())
-        return fallback;
-    if (!v.isDouble() || v.toInt(-1) < 0) {
-        qWarning() << "SQLite store: configuration key" << key << "is not a non-negative number; using"
-                   << fallback;
-        return fallback;
-    }
-    return v.toInt();
-}
-
-}  // namespace
-
-sqlite_config sqlite_config::from_json(const QJsonObject& o) {
-    sqlite_config c;
-    const QJsonValue path = o.value("path");
-    if (path.isString() && !path.toString().isEmpty())
-        c.path = path.toString();
-    else if (!path.isUndefined())
-        qWarning() << "SQLite store: \"path\" is not a file name; using" << c.path;
-    c.path = QFileInfo(c.path).absoluteFilePath();
-
-    const QString synchronous = o.value("synchronous").toString("NORMAL").toUpper();
-    if (synchronous != "NORMAL" && synchronous != "FULL")
-        throw std::runtime_error(QString("SQLite store %1: \"synchronous\" must be \"NORMAL\" or \"FULL\"")
-                                     .arg(c.path)
-                                     .toStdString());
-    c.synchronous_full = synchronous == "FULL";
-    c.purge_interval_s = positive_int(o, "purge_interval", c.purge_interval_s);
-    c.purge_batch = positive_int(o, "purge_batch", c.purge_batch);
-    c.busy_timeout_ms = positive_int(o, "busy_timeout", c.busy_timeout_ms);
-    c.devices = o.value("devices").toObject();
-    return c;
-}
 
 std::shared_ptr<backend> sqlite_factory::shared_backend(const QJsonObject& configuration) {
     const sqlite_config config = sqlite_config::from_json(configuration);

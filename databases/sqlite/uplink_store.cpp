@@ -39,8 +39,11 @@ model::ul_message read_message(const QSqlQuery& q) {
     return m;
 }
 
-// One statement per time column; the column name is fixed text, the values are bound.
-QString roll_sql(const char* time_column) {
+}  // namespace
+
+QString roll_query_sql(bool time_detected) {
+    // One statement per time column; the column name is fixed text, the values are bound.
+    const char* time_column = time_detected ? "time_detected" : "timestamp";
     return QString(
                "SELECT %1 FROM ul_messages WHERE modem_id = :modem AND %2 BETWEEN :from AND :to"
                " AND (ttl IS NULL OR ttl > :now)"
@@ -48,8 +51,6 @@ QString roll_sql(const char* time_column) {
                " ORDER BY %2, id LIMIT :limit")
         .arg(columns, time_column);
 }
-
-}  // namespace
 
 void uplink_store::save(const model::ul_message& m) {
     QSqlQuery& q = m_db.statement(
@@ -84,7 +85,7 @@ void uplink_store::save(const model::ul_message& m) {
 }
 
 void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) {
-    QSqlQuery& q = m_db.statement(roll_sql(query.time_detected ? "time_detected" : "timestamp"));
+    QSqlQuery& q = m_db.statement(roll_query_sql(query.time_detected));
     const qint64 now = now_ms();
     for (int modem : query.modem_id) {
         q.bindValue(":modem", modem);

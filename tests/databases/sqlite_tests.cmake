@@ -1,0 +1,5 @@
+# Tests of the SQLite database plugin and of the quillon-devices tool.
+quillon_add_test(sqlite_store_test
+  SOURCES sqlite_store_test.cpp
+  LIBS quillon_interfaces quillon_model Qt5::Sql)
+add_dependencies(sqlite_store_test plug_db_driver_sqlite)
