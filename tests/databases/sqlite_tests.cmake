@@ -3,3 +3,8 @@ quillon_add_test(sqlite_store_test
   SOURCES sqlite_store_test.cpp
   LIBS quillon_interfaces quillon_model Qt5::Sql)
 add_dependencies(sqlite_store_test plug_db_driver_sqlite)
+
+quillon_add_test(sqlite_file_test
+  SOURCES sqlite_file_test.cpp
+  LIBS quillon_sqlite_store Qt5::Sql)
+add_dependencies(sqlite_file_test plug_db_driver_sqlite)

@@ -1,0 +1,258 @@
+// The SQLite plugin's file: restarts, shared connection, commits, concurrent readers,
+// refused files, query plans and the clean-up of expired rows.
+
+#include <QFile>
+#include <QJsonArray>
+#include <stdexcept>
+
+#include "databases/sqlite/eav_db.h"
+#include "databases/sqlite/messages_db.h"
+#include "tests/databases/sqlite_support.h"
+
+using namespace sqlite_test;
+
+namespace {
+
+model::ul_message uplink(int modem, qint64 seconds, QDateTime ttl = live_ttl()) {
+    model::ul_message m;
+    m.modem_id = modem;
+    m.timestamp = at(seconds);
+    m.time_detected = at(seconds);
+    m.tag = "t";
+    m.ttl = ttl;
+    m.payload = QByteArray::fromHex("beef");
+    return m;
+}
+
+model::dev_value value(int modem, qint64 seconds, QDateTime ttl = live_ttl()) {
+    model::dev_value v;
+    v.modem_id = modem;
+    v.timestamp = at(seconds);
+    v.obis_code = "1.8.0";
+    v.tag = "t";
+    v.value = 1.5;
+    v.ttl = ttl;
+    return v;
+}
+
+size_t roll_size(interfaces::IMessagesDatabase& messages, int modem) {
+    model::roll_query q;
+    q.modem_id = {modem};
+    q.limit = 0;
+    model::per_modem<model::ul_message> out;
+    messages.ul().get_roll(out, q);
+    return out[modem].size();
+}
+
+// The error text of creating the messages object under a configuration; empty if none.
+std::string start_up_error(const QJsonObject& config) {
+    try {
+        sqlite_factory()->create_messages(config, nullptr);
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return {};
+}
+
+QStringList query_plan(raw_connection& raw, const QString& sql, const QStringList& names) {
+    QSqlQuery q(raw.db());
+    EXPECT_TRUE(q.prepare("EXPLAIN QUERY PLAN " + sql)) << q.lastError().text().toStdString();
+    for (const QString& name : names)
+        q.bindValue(name, name.startsWith(":all")
+                              ? QVariant(false)
+                              : QVariant(name == ":tags" || name == ":obis" ? "[\"a\"]" : "1"));
+    EXPECT_TRUE(q.exec()) << q.lastError().text().toStdString();
+    QStringList details;
+    while (q.next())
+        details << q.value(3).toString();
+    return details;
+}
+
+}  // namespace
+
+TEST(SqliteFile, DataSurvivesANewBackendOnTheSameFile) {
+    QTemporaryDir dir;
+    const QJsonObject config = config_for(dir.filePath("store.db"));
+    const int before = plugin_connections();
+    QString db_id;
+    {
+        stores s = open_stores(config);
+        EXPECT_EQ(plugin_connections(), before + 1);  // the four objects share one connection
+        s.messages->ul().save(uplink(7, T0));
+        model::dl_message dl;
+        dl.modem_id = 7;
+        dl.timestamp = at(T0);
+        s.messages->dl().save(dl);
+        db_id = dl.db_id;
+        s.eav->records().save_values({value(7, T0)});
+        s.state->set(7, "common", QByteArray("{\"a\": 1}"));
+        model::dl_queues set;
+        set.dl["q"].ttl = 5;
+        s.state->queues().save(7, set, 1);
+        s.clients->set_device(7, {"proto7", "X", {"c1"}});
+    }
+    EXPECT_EQ(plugin_connections(), before);  // released with the last object
+
+    stores s = open_stores(config);
+    EXPECT_EQ(roll_size(*s.messages, 7), 1u);
+    EXPECT_EQ(s.messages->dl().get(db_id).modem_id, 7);
+    EXPECT_EQ(s.eav->value_count(), 1);
+    EXPECT_EQ(s.state->get(7, "common"), QJsonValue(QJsonObject{{"a", 1}}));
+    EXPECT_EQ(s.state->queues().load(7).dl.at("q").ttl, 5);
+    EXPECT_EQ(s.clients->clients_store().clients(7), QStringList{"c1"});
+
+    // A second file is a second connection.
+    QTemporaryDir other;
+    stores s2 = open_stores(config_for(other.filePath("other.db")));
+    EXPECT_EQ(plugin_connections(), before + 2);
+    EXPECT_EQ(roll_size(*s2.messages, 7), 0u);
+}
+
+TEST(SqliteFile, EveryWriteIsCommittedWhenTheCallReturns) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    stores s = open_stores(config_for(path));
+    raw_connection raw(path);
+    EXPECT_EQ(raw.scalar("PRAGMA journal_mode").toString(), "wal");
+
+    s.messages->ul().save(uplink(7, T0));
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM ul_messages").toInt(), 1);
+
+    QList<model::dev_value> values;
+    for (int i = 0; i < 50; ++i)
+        values << value(7, T0 + i);
+    s.eav->records().save_values(values);
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM dev_values").toInt(), 50);
+
+    s.state->set(7, "k", QJsonValue(1));
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM state_entries").toInt(), 1);
+}
+
+TEST(SqliteFile, ReadersAndWritersDoNotBlockEachOther) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    stores s = open_stores(config_for(path));
+    s.messages->ul().save(uplink(7, T0));
+
+    // Another connection holds an open write transaction: the store still reads the
+    // committed state, without the uncommitted row.
+    raw_connection writer(path);
+    writer.exec("BEGIN IMMEDIATE");
+    writer.exec(
+        "INSERT INTO ul_messages (modem_id, station_id, timestamp, time_detected, bs_timezone_offset, snr,"
+        " rssi, tag, unique_id, tz_mismatch, last_dl_bs_aver_busyness, last_dl_bs_busyness, iterator)"
+        " VALUES (7, 0, 1700000001000, 1700000001000, 0, 0, 0, 't', 0, 0, 0, 0, 0)");
+    EXPECT_EQ(roll_size(*s.messages, 7), 1u);
+    writer.exec("COMMIT");
+    EXPECT_EQ(roll_size(*s.messages, 7), 2u);
+
+    // Another connection holds an open read transaction: the store still writes.
+    raw_connection reader(path);
+    reader.exec("BEGIN");
+    EXPECT_EQ(reader.scalar("SELECT COUNT(*) FROM ul_messages").toInt(), 2);
+    s.messages->ul().save(uplink(7, T0 + 2));
+    EXPECT_EQ(reader.scalar("SELECT COUNT(*) FROM ul_messages").toInt(), 2);  // its snapshot
+    reader.exec("COMMIT");
+    EXPECT_EQ(reader.scalar("SELECT COUNT(*) FROM ul_messages").toInt(), 3);
+}
+
+TEST(SqliteFile, UnusableFilesFailStartUpWithAClearError) {
+    QTemporaryDir dir;
+
+    const QString corrupt = dir.filePath("corrupt.db");
+    QFile file(corrupt);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray(8192, 'x'));
+    file.close();
+    std::string error = start_up_error(config_for(corrupt));
+    EXPECT_NE(error.find(corrupt.toStdString()), std::string::npos) << error;
+    EXPECT_NE(error.find("not a database"), std::string::npos) << error;
+
+    const QString missing_dir = dir.filePath("no/such/dir/store.db");
+    error = start_up_error(config_for(missing_dir));
+    EXPECT_NE(error.find(missing_dir.toStdString()), std::string::npos) << error;
+    EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
+
+    error = start_up_error(config_for(dir.path()));  // a directory, not a file
+    EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
+
+    QJsonObject bad_sync = config_for(dir.filePath("ok.db"));
+    bad_sync["synchronous"] = "SOMETIMES";
+    error = start_up_error(bad_sync);
+    EXPECT_NE(error.find("synchronous"), std::string::npos) << error;
+
+    // A file written by a newer schema is refused rather than misread.
+    const QString newer = dir.filePath("newer.db");
+    open_stores(config_for(newer));
+    {
+        raw_connection raw(newer);
+        raw.exec("INSERT INTO schema_version (version) VALUES (99)");
+    }
+    error = start_up_error(config_for(newer));
+    EXPECT_NE(error.find("schema version 99"), std::string::npos) << error;
+}
+
+TEST(SqliteFile, SchemaIsCreatedOnceAndSynchronousIsConfigurable) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    QJsonObject config = config_for(path);
+    config["synchronous"] = "FULL";
+    open_stores(config);
+    open_stores(config);  // a second start migrates nothing
+    raw_connection raw(path);
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM schema_version").toInt(), 1);
+    EXPECT_EQ(raw.scalar("SELECT MAX(version) FROM schema_version").toInt(), 1);
+}
+
+TEST(SqliteFile, OneModemHistoryQueriesAreServedByIndexes) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    stores s = open_stores(config_for(path));
+    QList<model::dev_value> values;
+    for (int i = 0; i < 6000; ++i)
+        values << value(i % 4, T0 + i);
+    s.eav->records().save_values(values);
+
+    raw_connection raw(path);
+    const QStringList roll_names{":modem", ":from", ":to", ":now", ":all_tags", ":tags", ":limit"};
+    for (bool detected : {false, true}) {
+        const QStringList plan = query_plan(raw, sqlite_db::roll_query_sql(detected), roll_names);
+        const QString index = detected ? "ul_modem_detected" : "ul_modem_time";
+        EXPECT_TRUE(plan.filter("USING INDEX " + index).size() == 1) << plan.join(" | ").toStdString();
+        EXPECT_TRUE(plan.filter("SCAN ul_messages").isEmpty()) << plan.join(" | ").toStdString();
+        EXPECT_TRUE(plan.filter("TEMP B-TREE").isEmpty()) << plan.join(" | ").toStdString();
+    }
+    const QStringList value_names{":modem", ":from",     ":to",   ":now",  ":all_tags",
+                                  ":tags",  ":all_obis", ":obis", ":limit"};
+    for (bool ends : {false, true}) {
+        const QStringList plan = query_plan(raw, sqlite_db::value_query_sql(ends), value_names);
+        EXPECT_FALSE(plan.filter(QRegExp("USING INDEX values_modem")).isEmpty())
+            << plan.join(" | ").toStdString();
+        EXPECT_TRUE(plan.filter("SCAN dev_values").isEmpty()) << plan.join(" | ").toStdString();
+    }
+}
+
+TEST(SqliteFile, ExpiredRowsArePurgedInBoundedBatches) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    stores s = open_stores(config_for(path));
+    for (int i = 0; i < 5; ++i)
+        s.messages->ul().save(uplink(7, T0 + i, past_ttl()));
+    s.messages->ul().save(uplink(7, T0 + 9));
+    model::ul_message no_ttl = uplink(7, T0 + 10, QDateTime());  // no ttl: never expires
+    s.messages->ul().save(no_ttl);
+    s.eav->records().save_values({value(7, T0, past_ttl()), value(7, T0 + 1, past_ttl()), value(7, T0 + 2)});
+
+    EXPECT_EQ(s.messages->uplink_count(), 2);
+    EXPECT_EQ(roll_size(*s.messages, 7), 2u);
+    EXPECT_EQ(s.messages->purge_expired(2), 2);
+    EXPECT_EQ(s.messages->purge_expired(10), 3);
+    EXPECT_EQ(s.messages->purge_expired(10), 0);
+    raw_connection raw(path);
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM ul_messages").toInt(), 2);
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM dev_values").toInt(), 3);  // the EAV object's own tables
+
+    EXPECT_EQ(s.eav->purge_expired(1), 1);
+    EXPECT_EQ(s.eav->purge_expired(5), 1);
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM dev_values").toInt(), 1);
+}
