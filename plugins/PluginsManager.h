@@ -45,6 +45,7 @@ public:
     // Diagnostics.
     bool has_database() const { return m_database_factory != nullptr; }
     const QString& database_plugin_path() const { return m_database_path; }
+    const interfaces::IDatabaseFactory* database_factory_instance() const { return m_database_factory; }
     const QJsonObject& database_configuration() const { return m_database_configuration; }
     const QList<driver_factory_entry>& driver_factories() const { return m_driver_factories; }
     // Per driver factory: "name", "description", "path" and "configured".
