@@ -1,0 +1,232 @@
+// Decoder details that the known-good data files do not show: header fields, record
+// contents, the stored message layout, identifiers and the events' contents.
+#include <gtest/gtest.h>
+
+#include <QJsonArray>
+
+#include "decoder.h"
+#include "eav.h"
+#include "header.h"
+#include "stored_message.h"
+
+namespace {
+
+QByteArray hex(const char* text) {
+    return QByteArray::fromHex(text);
+}
+
+mbus::message_context context() {
+    mbus::message_context ctx;
+    ctx.modem_id = 42;
+    ctx.time_detected = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
+    ctx.tag = "mbus";
+    ctx.message_id = "abc";
+    ctx.ttl = QDateTime::fromSecsSinceEpoch(1700086400, Qt::UTC);
+    return ctx;
+}
+
+TEST(MbusDecoder, VolumeExampleIsExact) {
+    const mbus::decode_result r = mbus::decode(hex("78041339300000"));
+    ASSERT_EQ(r.status, "parsed");
+    ASSERT_EQ(r.records.size(), 1u);
+    EXPECT_EQ(r.records[0].value.toDouble(), 12.345);
+    EXPECT_EQ(r.records[0].info.unit, "m3");
+    EXPECT_EQ(mbus::obis_code(r.records[0]), "volume");
+}
+
+TEST(MbusDecoder, LongHeaderFields) {
+    const mbus::decode_result r = mbus::decode(hex("7278563412a7320107 2a 90 1000 041339300000"));
+    ASSERT_EQ(r.status, "parsed");
+    EXPECT_EQ(r.header.kind, "long");
+    EXPECT_EQ(r.header.identification, "12345678");
+    EXPECT_EQ(r.header.manufacturer, "LUG");
+    EXPECT_EQ(r.header.manufacturer_code, 0x32a7);
+    EXPECT_EQ(r.header.version, 1);
+    EXPECT_EQ(r.header.medium, 7);
+    EXPECT_EQ(r.header.access_number, 0x2a);
+    EXPECT_EQ(r.header.status, 0x90);
+    EXPECT_EQ(r.header.configuration, 0x0010);
+    EXPECT_EQ(r.header.encryption_mode(), 0);
+    EXPECT_EQ(r.records.size(), 1u);
+}
+
+TEST(MbusDecoder, ShortHeaderFields) {
+    const mbus::decode_result r = mbus::decode(hex("7a05000f04"));
+    EXPECT_EQ(r.status, "encrypted");
+    EXPECT_EQ(r.header.kind, "short");
+    EXPECT_EQ(r.header.access_number, 5);
+    EXPECT_EQ(r.header.configuration, 0x040f);
+    EXPECT_EQ(r.header.encryption_mode(), 4);
+    EXPECT_TRUE(r.records.empty());
+}
+
+TEST(MbusDecoder, ManufacturerLetters) {
+    EXPECT_EQ(mbus::manufacturer_letters(0x0442), "ABB");
+    EXPECT_EQ(mbus::manufacturer_letters(0x32a7), "LUG");
+    EXPECT_EQ(mbus::manufacturer_letters(0x6b5a), "ZZZ");
+}
+
+TEST(MbusDecoder, TextAndDateValues) {
+    // Model version "ABC" sent reversed; date 2024-03-15 (type G); 2008-05-31 23:50 (type F).
+    const mbus::decode_result r = mbus::decode(hex("78 0dfd0c03434241 026c0f33 046d32171f15"));
+    ASSERT_EQ(r.status, "parsed");
+    ASSERT_EQ(r.records.size(), 3u);
+    EXPECT_EQ(r.records[0].value.toString(), "ABC");
+    EXPECT_EQ(r.records[0].info.quantity, "model_version");
+    EXPECT_EQ(r.records[1].value.toDateTime(), QDateTime(QDate(2024, 3, 15), QTime(0, 0), Qt::UTC));
+    EXPECT_EQ(r.records[2].value.toDateTime(), QDateTime(QDate(2008, 5, 31), QTime(23, 50), Qt::UTC));
+}
+
+TEST(MbusDecoder, DateOutOfRangeHasNoValue) {
+    // Day 0 and month 13 are no dates: the record stays, without a value.
+    const mbus::decode_result r = mbus::decode(hex("78 026c0003 026c013d"));
+    ASSERT_EQ(r.status, "parsed");
+    ASSERT_EQ(r.records.size(), 2u);
+    EXPECT_FALSE(r.records[0].value.isValid());
+    EXPECT_FALSE(r.records[1].value.isValid());
+}
+
+TEST(MbusDecoder, RecordFieldsAndJson) {
+    // DIF d4 DIFE 51: maximum, storage 3, tariff 1, subunit 1; VIF 93 VIFE 22: volume per hour.
+    const mbus::decode_result r = mbus::decode(hex("7a01000000 d451932239300000"));
+    ASSERT_EQ(r.status, "parsed");
+    ASSERT_EQ(r.records.size(), 1u);
+    const mbus::record& rec = r.records[0];
+    EXPECT_EQ(rec.offset, 5);
+    EXPECT_EQ(rec.function, mbus::function_field::maximum);
+    EXPECT_EQ(rec.storage, 3u);
+    EXPECT_EQ(rec.tariff, 1u);
+    EXPECT_EQ(rec.subunit, 1u);
+
+    const QJsonObject o = mbus::record_json(rec);
+    EXPECT_EQ(o["offset"].toInt(), 5);
+    EXPECT_EQ(o["dib"].toString(), "d451");
+    EXPECT_EQ(o["vib"].toString(), "9322");
+    EXPECT_EQ(o["data"].toString(), "39300000");
+    EXPECT_EQ(o["coding"].toString(), "int32");
+    EXPECT_EQ(o["quantity"].toString(), "volume_per_h");
+    EXPECT_EQ(o["unit"].toString(), "m3/h");
+    EXPECT_EQ(o["function"].toString(), "maximum");
+    EXPECT_EQ(o["storage"].toInt(), 3);
+    EXPECT_EQ(o["tariff"].toInt(), 1);
+    EXPECT_EQ(o["subunit"].toInt(), 1);
+    EXPECT_EQ(o["obis_code"].toString(), "volume_per_h.max.s3.t1.u1");
+    EXPECT_DOUBLE_EQ(o["value"].toDouble(), 12.345);
+    EXPECT_FALSE(o.contains("record_error"));
+}
+
+TEST(MbusDecoder, StoredMessageData) {
+    const mbus::decode_result r = mbus::decode(hex("7278563412a732010701000000 0dfd0c0141 026c0f33 0f0102"));
+    ASSERT_EQ(r.status, "parsed");
+    const QJsonObject data = mbus::message_data(r);
+    const QJsonObject h = data["header"].toObject();
+    EXPECT_EQ(h["ci"].toString(), "72");
+    EXPECT_EQ(h["type"].toString(), "long");
+    EXPECT_EQ(h["identification"].toString(), "12345678");
+    EXPECT_EQ(h["manufacturer"].toString(), "LUG");
+    EXPECT_EQ(h["medium"].toInt(), 7);
+    EXPECT_EQ(h["access_number"].toInt(), 1);
+    EXPECT_EQ(h["encryption_mode"].toInt(), 0);
+    const QJsonArray records = data["records"].toArray();
+    ASSERT_EQ(records.size(), 2);
+    EXPECT_EQ(records[0].toObject()["value"].toString(), "A");
+    EXPECT_EQ(records[0].toObject()["coding"].toString(), "variable");
+    EXPECT_EQ(records[1].toObject()["value"].toString(), "2024-03-15T00:00:00Z");
+    EXPECT_EQ(data["manufacturer_data"].toString(), "0102");
+    EXPECT_FALSE(data["more_records_follow"].toBool());
+}
+
+TEST(MbusDecoder, NoHeaderDataHasOnlyCi) {
+    const QJsonObject h = mbus::message_data(mbus::decode(hex("78")))["header"].toObject();
+    EXPECT_EQ(h.keys(), QStringList({"ci", "type"}));
+    EXPECT_EQ(h["type"].toString(), "none");
+}
+
+TEST(MbusDecoder, RecordErrorIsKeptInData) {
+    const mbus::decode_result r = mbus::decode(hex("780283150500"));
+    ASSERT_EQ(r.records.size(), 1u);
+    EXPECT_EQ(mbus::record_json(r.records[0])["record_error"].toInt(), 0x15);
+    EXPECT_FALSE(mbus::is_value(r.records[0]));
+}
+
+TEST(MbusDecoder, UniqueIdIsDeterministicAndUsesEveryInput) {
+    const QByteArray p = hex("78041339300000");
+    const QDateTime t = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
+    // MD5 over 78041339300000 07000000 03000000 00f15365, worked out separately.
+    EXPECT_EQ(mbus::unique_id(p, 7, 3, t), Q_INT64_C(-829860926070106563));
+    EXPECT_NE(mbus::unique_id(p, 8, 3, t), mbus::unique_id(p, 7, 3, t));
+    EXPECT_NE(mbus::unique_id(p, 7, 4, t), mbus::unique_id(p, 7, 3, t));
+    EXPECT_NE(mbus::unique_id(p, 7, 3, t.addSecs(1)), mbus::unique_id(p, 7, 3, t));
+    EXPECT_NE(mbus::unique_id(hex("78"), 7, 3, t), mbus::unique_id(p, 7, 3, t));
+}
+
+TEST(MbusDecoder, MessageIdIsUnsignedLowerHex) {
+    EXPECT_EQ(mbus::message_id(Q_INT64_C(-829860926070106563)), "f47bbde2709d563d");
+    EXPECT_EQ(mbus::message_id(255), "ff");
+    EXPECT_EQ(mbus::message_id(-1), "ffffffffffffffff");
+}
+
+TEST(MbusDecoder, ValuesCarryTheMessageContext) {
+    const mbus::message_context ctx = context();
+    const QList<model::dev_value> values = mbus::to_values(mbus::decode(hex("78041339300000")), ctx);
+    ASSERT_EQ(values.size(), 1);
+    EXPECT_EQ(values[0].modem_id, 42);
+    EXPECT_EQ(values[0].tag, "mbus");
+    EXPECT_EQ(values[0].message_id, "abc");
+    EXPECT_EQ(values[0].ttl, ctx.ttl);
+    EXPECT_EQ(values[0].timestamp, ctx.time_detected);
+    EXPECT_EQ(values[0].value.type(), QVariant::Double);
+}
+
+TEST(MbusDecoder, EventsComeFirstWithTexts) {
+    // Status 0x04 (power low); error flags of storage 1 with bit 1 set, dated 2024-03-15.
+    const mbus::message_context ctx = context();
+    const model::eav_list eav = mbus::to_eav(mbus::decode(hex("7a01040000 42fd170200 426c0f33")), ctx);
+    ASSERT_EQ(eav.size(), 3u);
+    auto it = eav.begin();
+    ASSERT_EQ(it->index(), 0u);
+    const model::dev_event& power = std::get<model::dev_event>(*it++);
+    EXPECT_EQ(power.event_code, mbus::ev_power_low);
+    EXPECT_EQ(power.message, "power low");
+    EXPECT_EQ(power.parameter, 4);
+    EXPECT_EQ(power.extended_data.object()["status"].toInt(), 4);
+    EXPECT_EQ(power.timestamp, ctx.time_detected);
+    EXPECT_EQ(power.message_id, "abc");
+    EXPECT_EQ(power.ttl, ctx.ttl);
+    ASSERT_EQ(it->index(), 0u);
+    const model::dev_event& flag = std::get<model::dev_event>(*it++);
+    EXPECT_EQ(flag.event_code, mbus::ev_error_flag);
+    EXPECT_EQ(flag.message, "error flag bit 1");
+    EXPECT_EQ(flag.parameter, 1);
+    EXPECT_EQ(flag.extended_data.object()["flags"].toInt(), 2);
+    EXPECT_EQ(flag.extended_data.object()["obis_code"].toString(), "error_flags.s1");
+    EXPECT_EQ(flag.timestamp, QDateTime(QDate(2024, 3, 15), QTime(0, 0), Qt::UTC));
+    ASSERT_EQ(it->index(), 1u);
+    EXPECT_EQ(std::get<model::dev_value>(*it).obis_code, "error_flags.s1");
+}
+
+TEST(MbusDecoder, StatusZeroGivesNoEvents) {
+    EXPECT_TRUE(mbus::to_events(mbus::decode(hex("7a01000000")), context()).isEmpty());
+    EXPECT_TRUE(mbus::to_events(mbus::decode(hex("7a01000005ffff")), context()).isEmpty());
+}
+
+TEST(MbusDecoder, EncryptedPayloadStillReportsItsStatus) {
+    const QList<model::dev_event> events = mbus::to_events(mbus::decode(hex("7a01040005ffff")), context());
+    ASSERT_EQ(events.size(), 1);
+    EXPECT_EQ(events[0].event_code, mbus::ev_power_low);
+}
+
+TEST(MbusDecoder, ScaleAppliesExponentFactorAndOffset) {
+    mbus::value_info info;
+    info.exponent = -3;
+    EXPECT_EQ(mbus::scale(12345, info), 12.345);
+    info.exponent = 2;
+    info.factor = 60;
+    EXPECT_EQ(mbus::scale(3, info), 18000);
+    info.exponent = 0;
+    info.factor = 5.0 / 9.0;
+    info.offset = -32.0 * 5.0 / 9.0;
+    EXPECT_NEAR(mbus::scale(32, info), 0, 1e-12);
+}
+
+}  // namespace
