@@ -23,8 +23,8 @@ class rabbit_api_man : public QObject {
 public:
     static constexpr int default_timeout_ms = 1800000;
 
-    rabbit_api_man(logger& log, const rabbit_api_config& cfg, command_factory factory, QObject* parent = nullptr,
-                   int timeout_ms = default_timeout_ms);
+    rabbit_api_man(logger& log, const rabbit_api_config& cfg, command_factory factory,
+                   QObject* parent = nullptr, int timeout_ms = default_timeout_ms);
     ~rabbit_api_man() override;
     Q_DISABLE_COPY(rabbit_api_man)
 

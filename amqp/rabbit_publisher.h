@@ -8,6 +8,10 @@
 #include "app/config.h"
 #include "app/logger.h"
 
+namespace amqp {
+class connection;
+}  // namespace amqp
+
 // Publishes to one existing exchange over a broker connection of its own. The exchange
 // is never declared.
 class rabbit_publisher_impl : public QObject {
@@ -18,6 +22,8 @@ public:
     Q_DISABLE_COPY(rabbit_publisher_impl)
 
     bool is_connected() const;
+    // The broker connection, for its settings before the event loop runs.
+    amqp::connection& transport() const;
 
 Q_SIGNALS:
     void republish();

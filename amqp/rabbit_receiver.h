@@ -29,6 +29,10 @@ public:
     virtual void ack_message(uint64_t delivery_tag, bool multiple);
     virtual void reject_message(uint64_t delivery_tag);
 
+    // The broker connection, for its settings (heartbeat, time-outs, CA file) before the
+    // event loop runs, and for its state.
+    amqp::connection& transport() const;
+
 Q_SIGNALS:
     void conn_estimated();
     void conn_lost();

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <cstdint>
+
+namespace amqp {
+
+// One delivery from the broker, assembled from its method, header and body frames.
+struct message {
+    uint16_t channel = 0;
+    uint64_t delivery_tag = 0;  // as the broker numbered it on its channel
+    bool redelivered = false;
+    QString exchange;
+    QString routing_key;
+    QString consumer_tag;
+    QString content_type;
+    QByteArray payload;
+};
+
+}  // namespace amqp

@@ -1,0 +1,218 @@
+#include "amqp/rabbit_api_man.h"
+
+#include <QJsonDocument>
+#include <QMetaObject>
+#include <QTimer>
+#include <QUuid>
+#include <exception>
+#include <map>
+
+#include "amqp/rabbit_publisher.h"
+#include "amqp/rabbit_receiver.h"
+
+namespace {
+
+rabbit_receiver_cfg receiver_config(const rabbit_api_config& cfg) {
+    rabbit_receiver_cfg out;
+    out.url = cfg.url;
+    out.queue = cfg.queue;
+    out.vhost = cfg.vhost;
+    out.bindings = cfg.bindings;
+    out.queue_options = cfg.queue_options;
+    out.prefetch = cfg.prefetch;
+    out.arguments = cfg.arguments;
+    return out;
+}
+
+rabbit_publisher_config publisher_config(const rabbit_api_config& cfg) {
+    rabbit_publisher_config out;
+    out.url = cfg.url;
+    out.exchange = cfg.exchange_cmd;
+    out.vhost = cfg.vhost;
+    return out;
+}
+
+QByteArray compact(const QJsonObject& object) {
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+const QString response_type = "response";
+const QString mime_type = "text/plain";
+
+}  // namespace
+
+struct rabbit_api_man::impl {
+    // A command sent with send_cmd and not finished yet. The entry owns its timer.
+    struct pending {
+        std::function<bool(QJsonDocument)> on_result;
+        std::function<void(QString)> on_error;
+        std::unique_ptr<QTimer> timer;
+    };
+
+    impl(logger& log, const rabbit_api_config& cfg, command_factory factory, int timeout_ms)
+        : log(log), cfg(cfg), factory(std::move(factory)), timeout_ms(timeout_ms) {}
+
+    QJsonObject envelope(const QString& type, const QJsonObject& data, QUuid* id) const {
+        *id = QUuid::createUuid();
+        QJsonObject out;
+        out.insert("msg_type", type);
+        out.insert("sender", reply_key());
+        out.insert("cmd_id", id->toString());
+        out.insert("data", data);
+        return out;
+    }
+
+    QString reply_key() const { return cfg.bindings.isEmpty() ? QString() : cfg.bindings.first().second; }
+
+    void timed_out(const QUuid& id);
+    void handle_response(const api_message& message, uint64_t tag);
+    void handle_command(const api_message& message, uint64_t tag);
+
+    logger& log;
+    rabbit_api_config cfg;
+    command_factory factory;
+    int timeout_ms = default_timeout_ms;
+    std::map<QUuid, pending> commands;  // ordered by UUID comparison
+    rabbit_receiver* receiver = nullptr;
+    rabbit_publisher_impl* publisher = nullptr;
+};
+
+rabbit_api_man::rabbit_api_man(logger& log, const rabbit_api_config& cfg, command_factory factory,
+                               QObject* parent, int timeout_ms)
+    : QObject(parent), m_impl(std::make_unique<impl>(log, cfg, std::move(factory), timeout_ms)) {
+    m_impl->receiver = new rabbit_receiver(log, receiver_config(cfg), this, false, false);
+    m_impl->publisher = new rabbit_publisher<rabbit_publisher_config>(log, publisher_config(cfg), this);
+    connect(m_impl->receiver, &rabbit_receiver::data_received, this, &rabbit_api_man::listen);
+}
+
+rabbit_api_man::~rabbit_api_man() {
+    // Timers of pending commands go first; then the endpoints, while m_impl still exists.
+    m_impl->commands.clear();
+    delete m_impl->receiver;
+    delete m_impl->publisher;
+}
+
+QString rabbit_api_man::reply_key() const {
+    return m_impl->reply_key();
+}
+
+const rabbit_api_config& rabbit_api_man::config() const {
+    return m_impl->cfg;
+}
+
+int rabbit_api_man::pending_count() const {
+    return int(m_impl->commands.size());
+}
+
+void rabbit_api_man::send_cmd(QString type, QJsonObject data, QString routingKey,
+                              std::function<bool(QJsonDocument)> resultHandler,
+                              std::function<void(QString)> errorHandler, int sharded) {
+    auto& d = *m_impl;
+    QUuid id;
+    QJsonObject message = d.envelope(type, data, &id);
+    if (sharded != 0) {
+        message.insert("sharded", sharded);
+    }
+
+    impl::pending entry;
+    entry.on_result = std::move(resultHandler);
+    entry.on_error = std::move(errorHandler);
+    entry.timer = std::make_unique<QTimer>();
+    entry.timer->setSingleShot(true);
+    entry.timer->setInterval(d.timeout_ms);
+    connect(entry.timer.get(), &QTimer::timeout, this, [this, id] { m_impl->timed_out(id); });
+    entry.timer->start();
+    d.commands.emplace(id, std::move(entry));
+
+    // Published after the current slot returns, so sending is safe from inside any handler.
+    const QByteArray payload = compact(message);
+    const QByteArray key = routingKey.toLatin1();
+    QMetaObject::invokeMethod(
+        this, [this, payload, key] { m_impl->publisher->publish_string(payload, key, mime_type); },
+        Qt::QueuedConnection);
+}
+
+void rabbit_api_man::send_cmd_forward(QString type, QJsonObject data, QString routeKey) {
+    QUuid id;
+    const QJsonObject message = m_impl->envelope(type, data, &id);
+    m_impl->publisher->publish_string(compact(message), routeKey.toLatin1(), mime_type);
+}
+
+void rabbit_api_man::impl::timed_out(const QUuid& id) {
+    auto it = commands.find(id);
+    if (it == commands.end()) {
+        return;
+    }
+    log_line(log, Debug) << "Timeout :" << id.toString();
+    pending entry = std::move(it->second);
+    commands.erase(it);
+    // The timer is the sender of the signal being handled: delete it afterwards.
+    entry.timer.release()->deleteLater();
+    if (!entry.on_error) {
+        log_line(log, Error) << "command " << id.toString() << " timed out and has no error handler";
+        return;
+    }
+    entry.on_error("rabbit command execution timeout");
+}
+
+void rabbit_api_man::listen(QJsonObject json, uint64_t message_tag) {
+    auto& d = *m_impl;
+    try {
+        const api_message message = api_message::from_json(json);
+        if (message.msg_type == response_type) {
+            d.handle_response(message, message_tag);
+        } else {
+            d.handle_command(message, message_tag);
+        }
+    } catch (const std::exception& e) {
+        log_line(d.log, Error) << "error while parse income message :" << e.what();
+        d.receiver->reject_message(message_tag);
+    } catch (...) {
+        // Handlers must throw standard exceptions; anything else still must not leave the
+        // delivery unsettled.
+        log_line(d.log, Error) << "error while parse income message :"
+                               << "unknown exception";
+        d.receiver->reject_message(message_tag);
+    }
+}
+
+void rabbit_api_man::impl::handle_response(const api_message& message, uint64_t tag) {
+    auto it = commands.find(message.cmd_id);
+    if (it == commands.end()) {
+        // Late, duplicate or someone else's: nothing waits for it.
+        receiver->ack_message(tag, false);
+        return;
+    }
+    const bool finished = it->second.on_result(message.data);
+    if (!finished) {
+        receiver->ack_message(tag, false);
+        return;
+    }
+    // The handler may have sent or finished other commands: look the entry up again.
+    it = commands.find(message.cmd_id);
+    if (it != commands.end()) {
+        QTimer& timer = *it->second.timer;
+        const int elapsed = timer.interval() - std::max(0, timer.remainingTime());
+        log_line(log, Debug) << "Rabbit executed :" << message.cmd_id.toString() << " "
+                             << QString::number(elapsed) << " ms";
+        timer.stop();
+        commands.erase(it);
+    }
+    receiver->ack_message(tag, false);
+}
+
+void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t tag) {
+    const std::shared_ptr<ICommandHandler> handler = factory(message.msg_type);
+    if (!handler) {
+        throw std::runtime_error((message.msg_type + " has no handler").toStdString());
+    }
+    const QJsonObject result = handler->execute(message);
+    if (!message.sender.isEmpty()) {
+        QJsonObject response;
+        response.insert("msg_type", response_type);
+        response.insert("cmd_id", message.cmd_id.toString());
+        response.insert("data", result);
+        publisher->publish_string(compact(response), message.sender.toLatin1(), mime_type);
+    }
+    receiver->ack_message(tag, false);
+}
