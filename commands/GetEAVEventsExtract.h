@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QJsonObject>
+#include <memory>
+
+#include "commands/ICommandHandler.h"
+#include "model/queries.h"
+#include "model/records.h"
+
+struct command_context;
+
+// "get_eav_extract_event": events of the owned modems of the query as the
+// protocol driver extracts them from the stored raw messages (no step thinning).
+class GetEAVEventsExtract : public ICommandHandler {
+public:
+    explicit GetEAVEventsExtract(std::shared_ptr<command_context> context);
+    QJsonObject execute(const api_message& message) override;
+
+private:
+    model::value_query read_query(const api_message& message) const;
+    model::per_modem<model::dev_event> load(const model::value_query& query) const;
+
+    std::shared_ptr<command_context> m_context;
+};

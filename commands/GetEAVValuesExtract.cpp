@@ -1,0 +1,28 @@
+#include "commands/GetEAVValuesExtract.h"
+
+#include "commands/command_context.h"
+#include "commands/handler_support.h"
+#include "commands/history_reply.h"
+#include "commands/query_readers.h"
+
+GetEAVValuesExtract::GetEAVValuesExtract(std::shared_ptr<command_context> context)
+    : m_context(std::move(context)) {}
+
+QJsonObject GetEAVValuesExtract::execute(const api_message& message) {
+    return handler_support::with_std_errors([&] {
+        const model::value_query query = read_query(message);
+        model::per_modem<model::dev_value> records = load(query);
+        return history_reply::consume(records);
+    });
+}
+
+model::value_query GetEAVValuesExtract::read_query(const api_message& message) const {
+    const QJsonObject body = handler_support::command_body(message, *m_context, "get_eav_extract");
+    return query_readers::read_value_query(body, *m_context);
+}
+
+model::per_modem<model::dev_value> GetEAVValuesExtract::load(const model::value_query& query) const {
+    model::per_modem<model::dev_value> records;
+    m_context->driver->extract_values(records, query);
+    return records;
+}
