@@ -7,7 +7,9 @@
 #include "decoder.h"
 #include "eav.h"
 #include "header.h"
+#include "quantities.h"
 #include "stored_message.h"
+#include "vif_tables.h"
 
 namespace {
 
@@ -227,6 +229,35 @@ TEST(MbusDecoder, ScaleAppliesExponentFactorAndOffset) {
     info.factor = 5.0 / 9.0;
     info.offset = -32.0 * 5.0 / 9.0;
     EXPECT_NEAR(mbus::scale(32, info), 0, 1e-12);
+}
+
+TEST(MbusDecoder, EveryTableQuantityIsDocumentedWithItsUnit) {
+    using lookup = bool (*)(uint8_t, mbus::value_info&);
+    const lookup tables[] = {mbus::primary_vif, mbus::fd_vif, mbus::fb_vif};
+    int found = 0;
+    for (lookup table : tables) {
+        for (int code = 0; code < 0x80; ++code) {
+            mbus::value_info info;
+            if (!table(uint8_t(code), info)) {
+                continue;
+            }
+            ++found;
+            const mbus::quantity_entry* q = mbus::find_quantity(info.quantity);
+            ASSERT_NE(q, nullptr) << info.quantity.toStdString();
+            EXPECT_EQ(info.unit, QString(q->unit)) << info.quantity.toStdString();
+            EXPECT_EQ(q->is_value, info.kind == mbus::value_kind::number) << info.quantity.toStdString();
+        }
+    }
+    EXPECT_GT(found, 200);
+}
+
+TEST(MbusDecoder, RequiredQuantityNamesExist) {
+    for (const char* name :
+         {"energy", "volume", "mass", "power", "volume_flow", "mass_flow", "flow_temperature",
+          "return_temperature", "temperature_difference", "external_temperature", "pressure", "on_time",
+          "operating_time", "hca", "voltage", "current"}) {
+        EXPECT_NE(mbus::find_quantity(name), nullptr) << name;
+    }
 }
 
 }  // namespace

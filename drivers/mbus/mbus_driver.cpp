@@ -1,0 +1,181 @@
+#include "mbus_driver.h"
+
+#include <QJsonArray>
+#include <stdexcept>
+
+#include "decoder.h"
+#include "eav.h"
+#include "quantities.h"
+#include "stored_message.h"
+
+mbus_driver_config mbus_driver_config::from_json(const QJsonObject& o) {
+    mbus_driver_config c;
+    c.protocol = o["protocol"].toString(c.protocol);
+    if (o["instances"].isArray()) {
+        c.instances.clear();
+        for (const QJsonValue& v : o["instances"].toArray()) {
+            c.instances << v.toString();
+        }
+    }
+    c.hw_pattern = o["hw_pattern"].toString(c.hw_pattern);
+    return c;
+}
+
+namespace {
+
+QDateTime time_or_now(const QDateTime& t) {
+    return t.isValid() ? t : QDateTime::currentDateTimeUtc();
+}
+
+}  // namespace
+
+MbusDriver::MbusDriver(const mbus_driver_config& config,
+                       std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                       std::shared_ptr<interfaces::IDriverState> state, interfaces::dl_sender send_dl,
+                       int ttl_seconds)
+    : m_config(config),
+      m_messages(std::move(messages)),
+      m_state(std::move(state)),
+      m_send_dl(std::move(send_dl)),
+      m_ttl_seconds(ttl_seconds) {}
+
+model::device_description MbusDriver::metadata(const QString&) {
+    return mbus::device_description();
+}
+
+void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) {
+    out.modem_id = in.modem_id;
+    out.station_id = in.station_id;
+    out.phy = in.phy;
+    out.snr = in.snr;
+    out.rssi = in.rssi;
+    out.hw_type = in.hw_type;
+    out.protocol = in.protocol;
+    out.payload = in.payload;
+    out.iterator = in.iterator;
+    out.tz_mismatch = in.tz_mismatch;
+    out.time_detected = in.time_detected;
+    out.bs_timezone_offset = in.bs_tz;
+    out.dl_phy = in.dl_phy;
+    out.last_dl_bs_aver_busyness = in.last_dl_bs_aver_busyness;
+    out.last_dl_bs_busyness = in.last_dl_bs_busyness;
+
+    const mbus::decode_result decoded = mbus::decode(in.payload);
+    out.tag = tag;
+    out.parse_status = decoded.status;
+    out.data = QJsonDocument(mbus::message_data(decoded));
+    out.timestamp = QDateTime::currentDateTimeUtc();
+    out.unique_id = mbus::unique_id(in.payload, in.modem_id, in.iterator, in.time_detected);
+    out.ttl = time_or_now(in.time_detected).addSecs(m_ttl_seconds);
+}
+
+model::eav_list MbusDriver::explode(const model::ul_message& message) {
+    mbus::message_context ctx;
+    ctx.modem_id = message.modem_id;
+    ctx.time_detected = time_or_now(message.time_detected);
+    ctx.tag = message.tag.isEmpty() ? QString(tag) : message.tag;
+    ctx.message_id = mbus::message_id(message.unique_id);
+    ctx.ttl = ctx.time_detected.addSecs(m_ttl_seconds);
+    return mbus::to_eav(mbus::decode(message.payload), ctx);
+}
+
+QByteArray MbusDriver::encode_dl(const model::dl_message& message, const std::pair<QString, QString>&) {
+    return message.payload;  // a raw downlink: the bytes go to the meter as they are
+}
+
+bool MbusDriver::needs_dl_processing(const controller_event& event) {
+    return std::holds_alternative<model::dl_event>(event);
+}
+
+int MbusDriver::new_dl_status(const controller_event& event, const model::dl_message& message) {
+    const auto* report = std::get_if<model::dl_event>(&event);
+    if (report == nullptr) {
+        return message.dl_status;
+    }
+    if (report->msg_type == "dl_success") {
+        return model::EXECUTED;
+    }
+    if (report->msg_type == "dl_fault") {
+        return model::TIMEOUT;
+    }
+    if (report->msg_type == "dl_queued" || report->msg_type == "dl_inprocess") {
+        return model::WAIT_DATA;
+    }
+    return message.dl_status;
+}
+
+model::ul_message MbusDriver::redecode(const model::ul_message& stored) const {
+    model::ul_message out = stored;
+    const mbus::decode_result decoded = mbus::decode(stored.payload);
+    out.tag = tag;
+    out.parse_status = decoded.status;
+    out.data = QJsonDocument(mbus::message_data(decoded));
+    return out;
+}
+
+void MbusDriver::extract_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) {
+    if (!m_messages) {
+        throw std::runtime_error("mbus driver: no messages store to extract from");
+    }
+    model::per_modem<model::ul_message> stored;
+    m_messages->ul().get_roll(stored, query);
+    for (const auto& [modem, messages] : stored) {
+        std::vector<model::ul_message>& list = out[modem];
+        for (const model::ul_message& m : messages) {
+            list.push_back(redecode(m));
+        }
+    }
+}
+
+model::per_modem<model::ul_message> MbusDriver::roll_for(const model::value_query& query) const {
+    if (!m_messages) {
+        throw std::runtime_error("mbus driver: no messages store to extract from");
+    }
+    model::roll_query roll;
+    roll.modem_id = query.modem_id;
+    roll.from = query.from;
+    roll.to = query.to;
+    roll.limit = query.limit;
+    roll.time_detected = true;  // values of storage 0 carry time_detected
+    roll.fill = query.fill;
+    model::per_modem<model::ul_message> stored;
+    m_messages->ul().get_roll(stored, roll);
+    return stored;
+}
+
+void MbusDriver::extract_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {
+    for (const auto& [modem, messages] : roll_for(query)) {
+        std::vector<model::dev_value>& list = out[modem];
+        for (const model::ul_message& m : messages) {
+            for (const model::eav_record& r : explode(m)) {
+                const auto* v = std::get_if<model::dev_value>(&r);
+                if (v == nullptr || int(list.size()) >= query.limit) {
+                    continue;
+                }
+                if ((query.obis_codes.isEmpty() || query.obis_codes.contains(v->obis_code)) &&
+                    (query.tag.isEmpty() || query.tag.contains(v->tag))) {
+                    list.push_back(*v);
+                }
+            }
+        }
+    }
+}
+
+void MbusDriver::extract_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
+    for (const auto& [modem, messages] : roll_for(query)) {
+        std::vector<model::dev_event>& list = out[modem];
+        for (const model::ul_message& m : messages) {
+            // Events have no tag of their own: they are selected by their message's tag.
+            const QString message_tag = m.tag.isEmpty() ? QString(tag) : m.tag;
+            if (!query.tag.isEmpty() && !query.tag.contains(message_tag)) {
+                continue;
+            }
+            for (const model::eav_record& r : explode(m)) {
+                const auto* e = std::get_if<model::dev_event>(&r);
+                if (e != nullptr && int(list.size()) < query.limit) {
+                    list.push_back(*e);
+                }
+            }
+        }
+    }
+}

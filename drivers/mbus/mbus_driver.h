@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+#include <memory>
+
+#include "interfaces/factories.h"
+
+// The driver's configuration (plug_mbus.json).
+struct mbus_driver_config {
+    QString protocol = "proto7";
+    QStringList instances = {"marl2"};
+    QString hw_pattern = ".*";
+
+    // Missing or mistyped keys keep their defaults.
+    static mbus_driver_config from_json(const QJsonObject& o);
+};
+
+// Protocol driver for meters whose payloads carry the M-Bus application layer.
+class MbusDriver : public interfaces::IDriver {
+public:
+    static constexpr const char* tag = "mbus";
+
+    MbusDriver(const mbus_driver_config& config, std::shared_ptr<interfaces::IMessagesDatabase> messages,
+               std::shared_ptr<interfaces::IDriverState> state, interfaces::dl_sender send_dl,
+               int ttl_seconds);
+
+    QString type_name() const override { return m_config.protocol; }
+    QString hw_pattern() const override { return m_config.hw_pattern; }
+    model::device_description metadata(const QString& hw_type) override;
+    void parse(const model::ul_app_message& in, model::ul_message& out) override;
+    model::eav_list explode(const model::ul_message& message) override;
+    void write_settings(const std::map<int, QList<model::setting_item>>& settings) override;
+    void read_settings(QList<model::setting_result>& out, const QList<int>& modems,
+                       const QStringList& names) override;
+    void write_calibs(const std::map<int, QList<model::calib_item>>& calibs) override;
+    void read_calibs(QList<model::calib_result>& out, const QList<int>& modems,
+                     const QStringList& names) override;
+    QByteArray encode_dl(const model::dl_message& message,
+                         const std::pair<QString, QString>& device) override;
+    bool needs_dl_processing(const controller_event& event) override;
+    int new_dl_status(const controller_event& event, const model::dl_message& message) override;
+    void extract_values(model::per_modem<model::dev_value>& out, const model::value_query& query) override;
+    void extract_events(model::per_modem<model::dev_event>& out, const model::value_query& query) override;
+    void extract_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) override;
+    bool controller(const controller_event& event) override { return false; }
+    QJsonObject custom_query(const model::custom_query& query) override { return {}; }
+
+private:
+    // A stored message decoded again with this driver: data, parse status and tag renewed.
+    model::ul_message redecode(const model::ul_message& stored) const;
+    // The stored uplinks a value query covers.
+    model::per_modem<model::ul_message> roll_for(const model::value_query& query) const;
+    interfaces::IDriverState& state() const;
+
+    mbus_driver_config m_config;
+    std::shared_ptr<interfaces::IMessagesDatabase> m_messages;
+    std::shared_ptr<interfaces::IDriverState> m_state;
+    interfaces::dl_sender m_send_dl;
+    int m_ttl_seconds;
+};
