@@ -29,11 +29,35 @@ TEST(CommandFactory, UnknownAndMiscasedNamesThrowTheirText) {
     EXPECT_EQ(thrown_text(f, ""), " does not exist");
 }
 
-TEST(CommandFactory, KnowsTheNamesOfThisLibrary) {
+TEST(CommandFactory, KnowsAllTwentyFourNames) {
     CommandFixture f;
-    for (const char* name : {"custom_request", "exit", "get_info", "get_metadata", "device", "get_ids",
-                             "send_dl_msg", "status_dl_msg", "get_dl_msg", "dl_queue"}) {
-        EXPECT_NE(f.handler(name), nullptr) << name;
+    const QStringList names = {"custom_request",
+                               "exit",
+                               "get_info",
+                               "get_metadata",
+                               "device",
+                               "get_ids",
+                               "send_dl_msg",
+                               "status_dl_msg",
+                               "get_dl_msg",
+                               "dl_queue",
+                               "get_roll",
+                               "get_roll_extract",
+                               "get_eav_value",
+                               "get_eav_event",
+                               "get_eav_extract",
+                               "get_eav_extract_event",
+                               "request_roll",
+                               "request_eav_value",
+                               "request_eav_event",
+                               "read_setting",
+                               "write_setting",
+                               "read_calib",
+                               "write_calib",
+                               "reparse_modem"};
+    EXPECT_EQ(int(command_table().size()), names.size());
+    for (const QString& name : names) {
+        EXPECT_NE(f.handler(name), nullptr) << name.toStdString();
     }
 }
 
