@@ -59,6 +59,7 @@ bool ReparseModem::reparseDevices(QList<int> const& modems, QDateTime const& fro
 
 void ReparseModem::reset_state(int modem_id) {
     interfaces::IDriverState& state = *m_context->state;
+    state.begin(modem_id);
     QJsonObject kept;
     for (const QString& entry : kept_entries) {
         const QJsonValue value = state.get(modem_id, entry);

@@ -21,6 +21,7 @@ public:
     bool reparseDevices(QList<int> const& modems, QDateTime const& from, QDateTime const& to, bool request);
 
 private:
+    // One change of the modem's state, closed with the reparse mark.
     void reset_state(int modem_id);
     void request_history(const QList<int>& modems, const QDateTime& from, const QDateTime& to);
 
