@@ -38,6 +38,24 @@ QString json_list(const QStringList& items) {
     return QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(items)).toJson(QJsonDocument::Compact));
 }
 
+QString in_filter(const QString& column, const QString& name, int count) {
+    if (count > max_listed_items)
+        return QString("%1 IN (SELECT j.value FROM json_each(:%2) AS j)").arg(column, name);
+    QStringList placeholders;
+    for (int i = 0; i < count; ++i)
+        placeholders << QString(":%1%2").arg(name).arg(i);
+    return QString("%1 IN (%2)").arg(column, placeholders.join(", "));
+}
+
+void bind_in(QSqlQuery& query, const QString& name, const QStringList& items) {
+    if (items.size() > max_listed_items) {
+        query.bindValue(":" + name, json_list(items));
+        return;
+    }
+    for (int i = 0; i < items.size(); ++i)
+        query.bindValue(QString(":%1%2").arg(name).arg(i), items[i]);
+}
+
 qint64 range_from(const QDateTime& from) {
     return from.isValid() ? from.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
 }

@@ -25,8 +25,15 @@ QJsonObject object_from(const QVariant& v);
 // Text columns that queries filter on are never NULL.
 QString text_value(const QString& s);
 
-// The members of a filter list as a JSON array, for "IN (SELECT value FROM json_each(...))".
+// The members of a list as a JSON array text.
 QString json_list(const QStringList& items);
+
+// A list filter "<column> IN (...)". A short list gets one placeholder per member
+// (:<name>0, :<name>1, ...), so the planner knows its size and can weigh an index on the
+// column; a longer one is bound as one JSON array (:<name>) read with json_each.
+inline constexpr int max_listed_items = 32;
+QString in_filter(const QString& column, const QString& name, int count);
+void bind_in(QSqlQuery& query, const QString& name, const QStringList& items);
 
 // The bounds of an inclusive time range; an invalid bound leaves that side open.
 qint64 range_from(const QDateTime& from);

@@ -14,26 +14,43 @@ const QString value_columns = "modem_id, timestamp, obis_code, tag, value, value
 const QString event_columns =
     "modem_id, timestamp, event_code, message_id, message, extended_data, parameter, ttl";
 
-// Filters shared by the value and event queries: one modem, inclusive time range, live rows.
-const QString common_filter =
-    "modem_id = :modem AND timestamp BETWEEN :from AND :to AND (ttl IS NULL OR ttl > :now)";
-const QString value_filter = common_filter +
-                             " AND (:all_tags OR tag IN (SELECT j.value FROM json_each(:tags) AS j))"
-                             " AND (:all_obis OR obis_code IN (SELECT j.value FROM json_each(:obis) AS j))";
+// One modem, inclusive time range, live rows; the list filters are added only when a
+// list is given, so that the (modem, OBIS code, time) and (modem, tag, time) indexes
+// can serve them. Only fixed texts are joined here; every value is bound.
+QString filter(int tags, const char* tag_column, int obis_codes, const char* obis_column) {
+    QString text = "modem_id = :modem AND timestamp BETWEEN :from AND :to AND (ttl IS NULL OR ttl > :now)";
+    if (tags > 0)
+        text += " AND " + in_filter(tag_column, "tag", tags);
+    if (obis_codes > 0)
+        text += " AND " + in_filter(obis_column, "obis", obis_codes);
+    return text;
+}
 
 // Either every matching row, or only the first and the last row of each series
 // (partition), both in time order.
-QString select_sql(const QString& columns, const QString& table, const QString& filter, bool first_and_last,
+QString select_sql(const QString& columns, const QString& table, const QString& where, bool first_and_last,
                    const QString& partition) {
     if (!first_and_last)
         return QString("SELECT %1 FROM %2 WHERE %3 ORDER BY timestamp, id LIMIT :limit")
-            .arg(columns, table, filter);
+            .arg(columns, table, where);
     return QString(
                "SELECT %1 FROM (SELECT %1, id,"
                " ROW_NUMBER() OVER (PARTITION BY %4 ORDER BY timestamp, id) AS first_rank,"
                " ROW_NUMBER() OVER (PARTITION BY %4 ORDER BY timestamp DESC, id DESC) AS last_rank"
                " FROM %2 WHERE %3) WHERE first_rank = 1 OR last_rank = 1 ORDER BY timestamp, id LIMIT :limit")
-        .arg(columns, table, filter, partition);
+        .arg(columns, table, where, partition);
+}
+
+QString event_query_sql(bool first_and_last, int codes) {
+    // Events have no tag; the OBIS code list selects event codes written in decimal.
+    return select_sql(event_columns, "dev_events", filter(0, "", codes, "CAST(event_code AS TEXT)"),
+                      first_and_last, "event_code");
+}
+
+void bind_lists(QSqlQuery& q, const model::value_query& query, bool with_tags) {
+    if (with_tags)
+        bind_in(q, "tag", query.tag);
+    bind_in(q, "obis", query.obis_codes);
 }
 
 void bind_common(QSqlQuery& q, int modem, const model::value_query& query, qint64 now) {
@@ -77,8 +94,9 @@ model::dev_event read_event(const QSqlQuery& q) {
 
 }  // namespace
 
-QString value_query_sql(bool first_and_last) {
-    return select_sql(value_columns, "dev_values", value_filter, first_and_last, "obis_code");
+QString value_query_sql(bool first_and_last, int tags, int obis_codes) {
+    return select_sql(value_columns, "dev_values", filter(tags, "tag", obis_codes, "obis_code"),
+                      first_and_last, "obis_code");
 }
 
 void record_store::save_values(const QList<model::dev_value>& values) {
@@ -124,15 +142,12 @@ void record_store::save_events(const QList<model::dev_event>& events) {
 }
 
 void record_store::get_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {
-    QSqlQuery& q = m_db.statement(
-        select_sql(value_columns, "dev_values", value_filter, query.first_and_last, "obis_code"));
+    QSqlQuery& q =
+        m_db.statement(value_query_sql(query.first_and_last, query.tag.size(), query.obis_codes.size()));
     const qint64 now = now_ms();
     for (int modem : query.modem_id) {
         bind_common(q, modem, query, now);
-        q.bindValue(":all_tags", query.tag.isEmpty());
-        q.bindValue(":tags", json_list(query.tag));
-        q.bindValue(":all_obis", query.obis_codes.isEmpty());
-        q.bindValue(":obis", json_list(query.obis_codes));
+        bind_lists(q, query, true);
         m_db.run(q);
         while (q.next())
             out[modem].push_back(read_value(q));
@@ -141,13 +156,11 @@ void record_store::get_values(model::per_modem<model::dev_value>& out, const mod
 }
 
 void record_store::get_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
-    // Events carry neither a tag nor an OBIS code: those lists do not filter them, and
-    // "first and last" keeps the first and last event of each event code.
-    QSqlQuery& q = m_db.statement(
-        select_sql(event_columns, "dev_events", common_filter, query.first_and_last, "event_code"));
+    QSqlQuery& q = m_db.statement(event_query_sql(query.first_and_last, query.obis_codes.size()));
     const qint64 now = now_ms();
     for (int modem : query.modem_id) {
         bind_common(q, modem, query, now);
+        bind_lists(q, query, false);
         m_db.run(q);
         while (q.next())
             out[modem].push_back(read_event(q));

@@ -35,8 +35,8 @@ private:
     record_store m_records;
 };
 
-// The one-modem value query (bound: :modem, :from, :to, :now, :all_tags, :tags,
-// :all_obis, :obis, :limit).
-QString value_query_sql(bool first_and_last);
+// The one-modem value query for tag and OBIS lists of the given sizes (0 = all); bound:
+// :modem, :from, :to, :now, :limit and the lists (bind_in "tag" and "obis").
+QString value_query_sql(bool first_and_last, int tags, int obis_codes);
 
 }  // namespace sqlite_db

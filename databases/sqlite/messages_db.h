@@ -53,9 +53,9 @@ private:
     downlink_store m_dl;
 };
 
-// The one-modem history query of the uplink store (bound: :modem, :from, :to, :now,
-// :all_tags, :tags, :limit).
-QString roll_query_sql(bool time_detected);
+// The one-modem history query of the uplink store for a tag list of the given size
+// (0 = all tags); bound: :modem, :from, :to, :now, :limit and the tags (bind_in "tag").
+QString roll_query_sql(bool time_detected, int tags);
 
 // Rows of a table whose ttl has not passed.
 qint64 live_count(backend& db, const QString& table);

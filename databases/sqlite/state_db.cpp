@@ -159,6 +159,7 @@ QList<int> state_database::ids(const QString& hw_type, const QString& protocol) 
 }
 
 int state_database::list_modems(QList<int>& out, int offset, int limit) {
+    out.clear();
     QSqlQuery& count = m_db->statement("SELECT COUNT(*) FROM dl_queue_sets WHERE queue_count > 0");
     m_db->run(count);
     const int total = count.next() ? count.value(0).toInt() : 0;

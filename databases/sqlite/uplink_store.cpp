@@ -41,15 +41,14 @@ model::ul_message read_message(const QSqlQuery& q) {
 
 }  // namespace
 
-QString roll_query_sql(bool time_detected) {
-    // One statement per time column; the column name is fixed text, the values are bound.
+QString roll_query_sql(bool time_detected, int tags) {
+    // The column name and the filter are fixed texts; every value is bound.
     const char* time_column = time_detected ? "time_detected" : "timestamp";
+    const QString tag_filter = tags > 0 ? " AND " + in_filter("tag", "tag", tags) : QString();
     return QString(
-               "SELECT %1 FROM ul_messages WHERE modem_id = :modem AND %2 BETWEEN :from AND :to"
-               " AND (ttl IS NULL OR ttl > :now)"
-               " AND (:all_tags OR tag IN (SELECT j.value FROM json_each(:tags) AS j))"
-               " ORDER BY %2, id LIMIT :limit")
-        .arg(columns, time_column);
+               "SELECT %1 FROM ul_messages WHERE modem_id = :modem%3 AND %2 BETWEEN :from AND :to"
+               " AND (ttl IS NULL OR ttl > :now) ORDER BY %2, id LIMIT :limit")
+        .arg(columns, time_column, tag_filter);
 }
 
 void uplink_store::save(const model::ul_message& m) {
@@ -85,15 +84,14 @@ void uplink_store::save(const model::ul_message& m) {
 }
 
 void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) {
-    QSqlQuery& q = m_db.statement(roll_query_sql(query.time_detected));
+    QSqlQuery& q = m_db.statement(roll_query_sql(query.time_detected, query.tag.size()));
     const qint64 now = now_ms();
     for (int modem : query.modem_id) {
         q.bindValue(":modem", modem);
         q.bindValue(":from", range_from(query.from));
         q.bindValue(":to", range_to(query.to));
         q.bindValue(":now", now);
-        q.bindValue(":all_tags", query.tag.isEmpty());
-        q.bindValue(":tags", json_list(query.tag));
+        bind_in(q, "tag", query.tag);
         q.bindValue(":limit", sql_limit(query.limit));
         m_db.run(q);
         while (q.next())
@@ -117,7 +115,7 @@ QList<int> uplink_store::modems() {
 void uplink_store::device(std::pair<QString, QString>& out, int modem_id) {
     QSqlQuery& q = m_db.statement(
         "SELECT protocol, hw_type FROM ul_messages WHERE modem_id = :modem AND (ttl IS NULL OR ttl > :now)"
-        " ORDER BY timestamp DESC, id DESC LIMIT 1");
+        " ORDER BY id DESC LIMIT 1");
     q.bindValue(":modem", modem_id);
     q.bindValue(":now", now_ms());
     m_db.run(q);

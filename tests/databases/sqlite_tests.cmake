@@ -8,3 +8,8 @@ quillon_add_test(sqlite_file_test
   SOURCES sqlite_file_test.cpp
   LIBS quillon_sqlite_store Qt5::Sql)
 add_dependencies(sqlite_file_test plug_db_driver_sqlite)
+
+quillon_add_test(sqlite_devices_tool_test
+  SOURCES sqlite_devices_tool_test.cpp
+  LIBS quillon_interfaces quillon_model Qt5::Sql)
+add_dependencies(sqlite_devices_tool_test plug_db_driver_sqlite quillon-devices)
