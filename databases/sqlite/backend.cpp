@@ -101,8 +101,6 @@ void backend::run_plain(const QString& sql) {
 }
 
 int backend::purge_tables(const QStringList& tables, int max_rows) {
-    if (max_rows <= 0)
-        return 0;
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     int removed = 0;
     for (const QString& table : tables) {
@@ -112,7 +110,7 @@ int backend::purge_tables(const QStringList& tables, int max_rows) {
                               "AND ttl <= :now ORDER BY ttl LIMIT :n)")
                           .arg(table));
         q.bindValue(":now", now);
-        q.bindValue(":n", max_rows);
+        q.bindValue(":n", max_rows > 0 ? max_rows : -1);  // 0 or less: every expired row
         run(q);
         removed += q.numRowsAffected();
         q.finish();

@@ -35,7 +35,8 @@ public:
     // Executes a statement without values (schema, pragmas).
     void run_plain(const QString& sql);
 
-    // Deletes at most max_rows expired rows from each named table; returns the count.
+    // Deletes at most max_rows expired rows from each named table (all of them when
+    // max_rows is 0 or less); returns the count.
     int purge_tables(const QStringList& tables, int max_rows);
     int purge_all(int max_rows);
 

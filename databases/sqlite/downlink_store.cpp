@@ -115,6 +115,9 @@ model::per_modem<model::dl_message> downlink_store::select(const model::dl_query
 }
 
 void downlink_store::set_status(const QString& db_id, int dl_status) {
+    // The status is written by name later; only the names of dl_status may be stored.
+    if (dl_status < model::PENDING || dl_status > model::TIMEOUT)
+        throw QString("dl status %1 of dl message %2 is not valid").arg(dl_status).arg(db_id);
     QSqlQuery& q = m_db.statement(
         "UPDATE dl_messages SET dl_status = :status WHERE db_id = :db_id"
         " AND (ttl IS NULL OR ttl > :now)");

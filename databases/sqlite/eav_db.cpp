@@ -179,11 +179,11 @@ int eav_database::purge_expired(int max_rows) {
 }
 
 qint64 eav_database::value_count() {
-    return live_count(*m_db, "dev_values");
+    return row_count(*m_db, "dev_values");
 }
 
 qint64 eav_database::event_count() {
-    return live_count(*m_db, "dev_events");
+    return row_count(*m_db, "dev_events");
 }
 
 }  // namespace sqlite_db

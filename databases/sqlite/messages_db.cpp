@@ -20,18 +20,16 @@ int messages_database::purge_expired(int max_rows) {
 }
 
 qint64 messages_database::uplink_count() {
-    return live_count(*m_db, "ul_messages");
+    return row_count(*m_db, "ul_messages");
 }
 
 qint64 messages_database::downlink_count() {
-    return live_count(*m_db, "dl_messages");
+    return row_count(*m_db, "dl_messages");
 }
 
-qint64 live_count(sqlite_db::backend& db, const QString& table) {
-    // The table name is one of the schema's own; only the time is bound.
-    QSqlQuery& q =
-        db.statement(QString("SELECT COUNT(*) FROM %1 WHERE ttl IS NULL OR ttl > :now").arg(table));
-    q.bindValue(":now", now_ms());
+qint64 row_count(sqlite_db::backend& db, const QString& table) {
+    // The table name is one of the schema's own.
+    QSqlQuery& q = db.statement(QString("SELECT COUNT(*) FROM %1").arg(table));
     db.run(q);
     const qint64 count = q.next() ? q.value(0).toLongLong() : 0;
     q.finish();

@@ -57,7 +57,7 @@ private:
 // (0 = all tags); bound: :modem, :from, :to, :now, :limit and the tags (bind_in "tag").
 QString roll_query_sql(bool time_detected, int tags);
 
-// Rows of a table whose ttl has not passed.
-qint64 live_count(backend& db, const QString& table);
+// Rows of a table, expired ones not yet purged included.
+qint64 row_count(backend& db, const QString& table);
 
 }  // namespace sqlite_db

@@ -48,9 +48,16 @@ void queue_store::save(int modem_id, const model::dl_queues& queues, int) {
 
 state_database::state_database(std::shared_ptr<backend> db) : m_db(std::move(db)), m_queues(*m_db) {}
 
-void state_database::begin(int) {}
+void state_database::begin(int modem_id) {
+    ++m_open_changes[modem_id];
+}
 
 void state_database::end(int modem_id, int flag) {
+    auto it = m_open_changes.find(modem_id);
+    if (it == m_open_changes.end())
+        qWarning() << "driver state: end without begin for modem" << modem_id;
+    else if (--it->second == 0)
+        m_open_changes.erase(it);
     QSqlQuery& q = m_db->statement(
         "INSERT INTO state_marks (modem_id, mark) VALUES (:modem, :mark)"
         " ON CONFLICT (modem_id) DO UPDATE SET mark = excluded.mark");

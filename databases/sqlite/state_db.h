@@ -21,8 +21,9 @@ private:
 };
 
 // Driver state: one row per (modem, entry) in state_entries, the mark of end() in
-// state_marks. Each call is its own transaction; begin() and end() do not hold one
-// open, so an exception between them cannot leave the file locked.
+// state_marks. Each call is its own transaction; begin() and end() only count the
+// open changes per modem and hold no transaction, so an exception between them cannot
+// leave the file locked.
 class state_database : public interfaces::IDriverState {
 public:
     explicit state_database(std::shared_ptr<sqlite_db::backend> db);
@@ -52,6 +53,7 @@ private:
 
     std::shared_ptr<backend> m_db;
     queue_store m_queues;
+    std::map<int, int> m_open_changes;  // begin() without its end(), per modem
     std::shared_ptr<std::map<int, int>> m_locks = std::make_shared<std::map<int, int>>();
 };
 

@@ -101,7 +101,7 @@ TEST_F(SqliteStore, RollQuerySelectsByModemTimeTagAndLimitInTimeOrder) {
     EXPECT_EQ(times(out[8]), (std::vector<qint64>{T0 + 10}));
 
     EXPECT_EQ(ul.modems(), (QList<int>{7, 8}));
-    EXPECT_EQ(m_stores.messages->uplink_count(), 5);
+    EXPECT_EQ(m_stores.messages->uplink_count(), 6);  // the expired row until it is purged
 }
 
 TEST_F(SqliteStore, UplinkKeepsEveryFieldAndReportsTheLastDevice) {
@@ -223,10 +223,17 @@ TEST_F(SqliteStore, DownlinksGetFreshIdsStatusesAndNotFoundText) {
     ASSERT_EQ(pending[5].size(), 1u);
     EXPECT_EQ(pending[5][0].db_id, b.db_id);
     EXPECT_THROW(dl.set_status("nope", model::EXECUTED), QString);
+    try {
+        dl.set_status(b.db_id, 4);  // no dl_status has that number
+        ADD_FAILURE() << "a status outside PENDING..TIMEOUT must throw";
+    } catch (const QString& text) {
+        EXPECT_EQ(text, QString("dl status 4 of dl message %1 is not valid").arg(b.db_id));
+    }
+    EXPECT_EQ(dl.get(b.db_id).dl_status, model::WAIT_DATA);
 
     q.limit = 1;
     EXPECT_EQ(dl.list(q)[5].size(), 1u);
-    EXPECT_EQ(m_stores.messages->downlink_count(), 2);
+    EXPECT_EQ(m_stores.messages->downlink_count(), 3);
 }
 
 TEST_F(SqliteStore, ValuesKeepTheirTypesAndFilterByTagObisLimitAndFirstAndLast) {
@@ -286,7 +293,7 @@ TEST_F(SqliteStore, ValuesKeepTheirTypesAndFilterByTagObisLimitAndFirstAndLast) 
     auto narrow = q;
     narrow.from = at(T0 + 6);
     EXPECT_EQ(run(narrow), (std::vector<qint64>{10, 20}));
-    EXPECT_EQ(m_stores.eav->value_count(), 4);
+    EXPECT_EQ(m_stores.eav->value_count(), 5);
 }
 
 TEST_F(SqliteStore, EventsRoundTripAndKeepFirstAndLastPerCode) {
