@@ -14,6 +14,9 @@ std::shared_ptr<backend> sqlite_factory::shared_backend(const QJsonObject& confi
     const sqlite_config config = sqlite_config::from_json(configuration);
     if (auto existing = m_backends[config.path].lock())
         return existing;
+    // Forget files whose objects have all been released.
+    for (auto it = m_backends.begin(); it != m_backends.end();)
+        it = it->second.expired() ? m_backends.erase(it) : std::next(it);
     auto db = std::make_shared<backend>(config);
     seed_devices(*db, db_common::device_seed(configuration));
     m_backends[config.path] = db;

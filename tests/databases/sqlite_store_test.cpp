@@ -344,6 +344,7 @@ TEST_F(SqliteStore, DriverStateEntriesMarkAndWholeState) {
     EXPECT_TRUE(st.get(1, "absent").isUndefined());
     EXPECT_EQ(st.state(1).keys(), (QStringList{"common", "count", "raw"}));
     EXPECT_EQ(st.mark(1), 0);
+    st.begin(1);
     st.end(1, 1);
     EXPECT_EQ(st.mark(1), 1);
     EXPECT_EQ(st.mark(2), 0);
@@ -357,6 +358,7 @@ TEST_F(SqliteStore, DriverStateEntriesMarkAndWholeState) {
     EXPECT_TRUE(st.state(1).isEmpty());
     EXPECT_TRUE(st.get(1, "calib").isUndefined());
     EXPECT_TRUE(st.modems_with_state().isEmpty());
+    st.begin(1);
     st.end(1, 1);  // a reset modem is marked after its state went
     EXPECT_EQ(st.mark(1), 1);
 }
