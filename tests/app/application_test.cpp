@@ -20,6 +20,7 @@ TEST(ApplicationTest, StartsFromTheCommandLineAndStopsOnRequest) {
     app_test::write_text(ini, "[GENERAL_SETTINGS]\nLOG_LEVEL=DEBUG\nLOG_FILE_PATH=" + log_path.toUtf8() +
                                   "\nUL_DL_TTL=2\n"
                                   "[PLUGIN_MANAGER_SETTINGS]\nPLUGIN_PATH=" QUILLON_BIN_DIR
+                                  "\nPLUGIN_CONFIG_PATH=" QUILLON_BIN_DIR
                                   "\n"
                                   "DB_NAME=db_driver_dummy\n"
                                   "[AMQP_API_SETTINGS]\nR_BINDINGS=x:k1,broken\n");

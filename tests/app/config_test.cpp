@@ -20,12 +20,14 @@ protected:
 
     // Writes the INI text by hand so the real file format is what gets parsed.
     QSettings& settings(const QByteArray& ini) {
+        // A new file name each time: QSettings caches what it read per path.
+        ++m_ini_count;
         app_test::write_text(ini_path(), ini);
         m_settings = std::make_unique<QSettings>(ini_path(), QSettings::IniFormat);
         return *m_settings;
     }
 
-    QString ini_path() const { return m_dir.filePath("test.ini"); }
+    QString ini_path() const { return m_dir.filePath(QString("test%1.ini").arg(m_ini_count)); }
     QString log_path() const { return m_dir.filePath("test.log"); }
 
     rabbit_receiver_cfg receiver(const QByteArray& ini, int instances = 1, int position = 0) {
@@ -37,6 +39,7 @@ protected:
 
     QTemporaryDir m_dir;
     std::unique_ptr<QSettings> m_settings;
+    int m_ini_count = 0;
 };
 
 TEST_F(ConfigTest, EmptyFileGivesTheDefaults) {

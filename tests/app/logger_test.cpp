@@ -16,10 +16,12 @@ const QString stamp = R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2},\d{3})";
 class LoggerTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(m_dir.isValid()); }
+    int m_ini_count = 0;
 
     // A logger built from an INI file exactly as the service builds it.
     std::unique_ptr<logger> from_ini(const QByteArray& general_group) {
-        const QString ini = m_dir.filePath("log.ini");
+        // A new file name each time: QSettings caches what it read per path.
+        const QString ini = m_dir.filePath(QString("log%1.ini").arg(++m_ini_count));
         app_test::write_text(
             ini, "[GENERAL_SETTINGS]\nLOG_FILE_PATH=" + log_path().toUtf8() + "\n" + general_group);
         QSettings settings(ini, QSettings::IniFormat);

@@ -14,7 +14,8 @@ const QString quillon = QUILLON_BIN_DIR "/quillon";
 
 // Keeps working once plugins exist: the dummy store from the build's plugin directory.
 QByteArray plugin_settings() {
-    return "[PLUGIN_MANAGER_SETTINGS]\nPLUGIN_PATH=" QUILLON_BIN_DIR "\nDB_NAME=db_driver_dummy\n";
+    return "[PLUGIN_MANAGER_SETTINGS]\nPLUGIN_PATH=" QUILLON_BIN_DIR "\nPLUGIN_CONFIG_PATH=" QUILLON_BIN_DIR
+           "\nDB_NAME=db_driver_dummy\n";
 }
 
 // Waits (bounded, not a speed check) until the log holds a line containing text.
@@ -87,3 +88,25 @@ TEST(ProcessTest, NoArgumentsReadsQuillonIniAndLogsInTheWorkingDirectory) {
 }
 
 }  // namespace
+
+TEST(ProcessTest, StartUpFailureIsReportedWithExitStatusOne) {
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString ini = dir.filePath("quillon.ini");
+    const QString log_path = dir.filePath("quillon.log");
+    // The driver plugin's configuration is looked for in an empty directory: no driver serves proto7.
+    app_test::write_text(ini, "[GENERAL_SETTINGS]\nLOG_FILE_PATH=" + log_path.toUtf8() +
+                                  "\n[PLUGIN_MANAGER_SETTINGS]\nPLUGIN_PATH=" QUILLON_BIN_DIR
+                                  "\nDB_NAME=db_driver_dummy\nPLUGIN_CONFIG_PATH=" +
+                                  dir.path().toUtf8() + "\n");
+    QProcess process;
+    process.start(quillon, {"-c", ini});
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 1);
+    const QString error = QString::fromUtf8(process.readAllStandardError());
+    EXPECT_TRUE(error.contains("start-up failed: ")) << error.toStdString();
+    EXPECT_TRUE(error.contains("proto7")) << error.toStdString();
+    EXPECT_TRUE(QString::fromUtf8(app_test::read_text(log_path))
+                    .contains(" Error proto7_marl2_1from0: start-up failed"));
+}

@@ -82,7 +82,7 @@ protected:
         model::roll_query query;
         query.modem_id = {modem};
         query.from = QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
-        query.to = QDateTime::currentDateTimeUtc().addDays(1);
+        query.to = QDateTime::fromSecsSinceEpoch(4000000000LL, Qt::UTC);
         query.limit = 0;
         model::per_modem<model::ul_message> out;
         messages()->ul().get_roll(out, query);

@@ -6,7 +6,7 @@ namespace {
 QJsonObject heartbeat(int modem) {
     return QJsonObject{
         {"msg_type", "ul_hb"}, {"modem_id", modem}, {"protocol", "proto7"},        {"hw_type", "X"},
-        {"payload", "0102"},   {"iterator", 5},     {"time_detected", 1700000000}, {"temperature", 21.5},
+        {"payload", "0102"},   {"iterator", 5},     {"time_detected", 1900000000}, {"temperature", 21.5},
         {"voltage", 3.6}};
 }
 
@@ -26,23 +26,23 @@ TEST_F(EngineFixture, HeartbeatIsStoredAndPublishedButRejected) {
     auto roll = stored_roll(77)[77];
     ASSERT_EQ(roll.size(), 1u);
     const auto& stored = roll.front();
-    // MD5(01 02 | 4d000000 | 05000000 | 00f15365), halves xor'ed (worked out with hashlib).
-    EXPECT_EQ(stored.unique_id, 8615044467503415007LL);
+    // MD5(01 02 | 4d000000 | 05000000 | 00b33f71), halves xor'ed (worked out with hashlib).
+    EXPECT_EQ(stored.unique_id, 2148433767672572442LL);
     EXPECT_EQ(stored.tag, "system.heartbeat");
     EXPECT_EQ(stored.parse_status, "parsed");
-    EXPECT_EQ(stored.timestamp.toSecsSinceEpoch(), 1700000000);
+    EXPECT_EQ(stored.timestamp.toSecsSinceEpoch(), 1900000000);
     EXPECT_NEAR(stored.ttl.toSecsSinceEpoch(), QDateTime::currentSecsSinceEpoch() + 30 * 86400, 5);
 
     model::value_query query;
     query.modem_id = {77};
     query.from = QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
-    query.to = QDateTime::currentDateTimeUtc();
+    query.to = QDateTime::fromSecsSinceEpoch(1900000000, Qt::UTC);
     model::per_modem<model::dev_value> values;
     m_plugins->eav_database()->records().get_values(values, query);
     ASSERT_EQ(values[77].size(), 2u);
     for (const auto& value : values[77]) {
-        EXPECT_EQ(value.ttl.toSecsSinceEpoch(), 1700000000 + 90 * 86400);
-        EXPECT_EQ(value.message_id, "778ec94c79bc3edf");
+        EXPECT_EQ(value.ttl.toSecsSinceEpoch(), 1900000000 + 90 * 86400);
+        EXPECT_EQ(value.message_id, "1dd0c520f993ea1a");
         EXPECT_EQ(value.tag, "system.heartbeat");
     }
 
