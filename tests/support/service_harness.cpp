@@ -103,6 +103,13 @@ int service_process::stop() {
     return wait_for_exit() ? m_process.exitCode() : -1;
 }
 
+void service_process::kill_hard() {
+    if (running()) {
+        ::kill(static_cast<pid_t>(m_process.processId()), SIGKILL);
+        m_process.waitForFinished(15000);
+    }
+}
+
 bool service_process::wait_for_exit(int timeout_ms) {
     if (m_process.state() == QProcess::NotRunning) {
         return true;

@@ -47,6 +47,8 @@ public:
     // SIGTERM and wait; returns the exit code (-1 when it did not end).
     int stop();
     bool wait_for_exit(int timeout_ms = 15000);
+    // SIGKILL: no orderly stop, nothing flushed by the service itself.
+    void kill_hard();
     int exit_code() const { return m_process.exitCode(); }
     bool running() const { return m_process.state() == QProcess::Running; }
     QString log() const;
