@@ -1,0 +1,12 @@
+#pragma once
+
+#include <QJsonValue>
+#include <QString>
+
+namespace cli {
+
+// JSON indented by four blanks, as QJsonDocument indents it. With colours, ANSI escape
+// sequences mark keys, strings, numbers and the literals true, false and null.
+QString format_json(const QJsonValue& value, bool colours);
+
+}  // namespace cli
