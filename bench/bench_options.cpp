@@ -1,0 +1,86 @@
+#include "bench/bench_options.h"
+
+#include <QCommandLineParser>
+
+namespace bench {
+
+namespace {
+
+template <class T>
+bool read_number(const QCommandLineParser& parser, const QCommandLineOption& option, T& out,
+                 QString& message) {
+    if (!parser.isSet(option)) {
+        return true;
+    }
+    bool ok = false;
+    const double value = parser.value(option).toDouble(&ok);
+    if (!ok || value < 0) {
+        message = "--" + option.names().first() + ": not a number: " + parser.value(option);
+        return false;
+    }
+    out = T(value);
+    return true;
+}
+
+}  // namespace
+
+bool parse_options(const QStringList& arguments, bench_options& out, QString& message, bool& help) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "Throughput, latency and memory of the uplink path (pass-through consumer and service over the "
+        "same preloaded queue), and the SQLite store's fill, save and history-query figures. The last "
+        "line holds the key figures as key=value pairs.");
+    const QCommandLineOption help_option({"h", "help"}, "This help.");
+    const QCommandLineOption url("url", "Broker URL (default: the private test broker, started if needed).",
+                                 "URL");
+    const QCommandLineOption quick("quick", "Tiny counts for a smoke run (explicit counts still apply).");
+    const QCommandLineOption uplinks("uplinks", "Uplinks preloaded for each consumer (default 20000).", "N");
+    const QCommandLineOption modems("modems", "Modems of the uplink fleet (default 1000).", "N");
+    const QCommandLineOption sample("sample", "Uplinks that calibrate the pass-through (default 100).", "N");
+    const QCommandLineOption latency("latency-seconds", "Length of the latency run (default 10).", "S");
+    const QCommandLineOption rows("rows", "Value rows of the store benchmark (default 1000000).", "N");
+    const QCommandLineOption store_modems("store-modems", "Modems of the store benchmark (default 10000).",
+                                          "N");
+    const QCommandLineOption saves("saves", "Uplinks saved into the filled store (default 2000).", "N");
+    const QCommandLineOption queries("queries", "History queries timed (default 20).", "N");
+    const QCommandLineOption no_store("no-store", "Skip the store benchmark.");
+    const QCommandLineOption no_uplinks("no-uplinks", "Skip the uplink-path benchmark.");
+    const QCommandLineOption stop_broker("stop-broker", "Stop the private broker if this run started it.");
+    parser.addOptions({help_option, url, quick, uplinks, modems, sample, latency, rows, store_modems, saves,
+                       queries, no_store, no_uplinks, stop_broker});
+    if (!parser.parse(arguments)) {
+        message = parser.errorText();
+        return false;
+    }
+    help = parser.isSet(help_option);
+    if (help) {
+        message = parser.helpText();
+        return false;
+    }
+    out = bench_options{};
+    if (parser.isSet(quick)) {
+        out.quick = true;
+        out.uplinks = 300;
+        out.modems = 20;
+        out.sample = 20;
+        out.latency_s = 2;
+        out.rows = 20000;
+        out.store_modems = 500;
+        out.saves = 100;
+        out.queries = 3;
+    }
+    out.url = parser.value(url);
+    out.store = !parser.isSet(no_store);
+    out.uplink_path = !parser.isSet(no_uplinks);
+    out.stop_broker = parser.isSet(stop_broker);
+    return read_number(parser, uplinks, out.uplinks, message) &&
+           read_number(parser, modems, out.modems, message) &&
+           read_number(parser, sample, out.sample, message) &&
+           read_number(parser, latency, out.latency_s, message) &&
+           read_number(parser, rows, out.rows, message) &&
+           read_number(parser, store_modems, out.store_modems, message) &&
+           read_number(parser, saves, out.saves, message) &&
+           read_number(parser, queries, out.queries, message);
+}
+
+}  // namespace bench

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <cstdint>
+
+namespace bench {
+
+struct bench_options {
+    QString url;  // empty: the private test broker
+    bool quick = false;
+    uint64_t uplinks = 20000;  // preloaded for each consumer
+    int modems = 1000;         // of the uplink fleet, one client each
+    int sample = 100;          // uplinks of the service's run that calibrate the pass-through
+    double latency_s = 10;     // length of the latency run
+    uint64_t rows = 1000000;   // value rows of the store benchmark
+    int store_modems = 10000;
+    int saves = 2000;  // uplinks saved one by one into the filled store
+    int queries = 20;  // history queries timed after the first
+    bool uplink_path = true;
+    bool store = true;
+    bool stop_broker = false;
+};
+
+// Reads the command line; returns false with a message (or the help text) otherwise.
+bool parse_options(const QStringList& arguments, bench_options& out, QString& message, bool& help);
+
+}  // namespace bench

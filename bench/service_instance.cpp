@@ -1,0 +1,120 @@
+#include "bench/service_instance.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSettings>
+#include <QTextStream>
+#include <QUuid>
+#include <csignal>
+
+#include "app/logger.h"
+
+namespace bench {
+
+namespace {
+QString token() {
+    return QUuid::createUuid().toString(QUuid::Id128).left(10);
+}
+}  // namespace
+
+service_instance::service_instance(const QString& broker_url, const QString& store_path)
+    : m_store_path(store_path.isEmpty() ? m_dir.filePath("quillon.db") : store_path) {
+    const QString run = token();
+    m_route_key = "ul_bench_" + run;
+    m_command_queue = "bench_cmd_" + run;
+    m_command_key = "cmd.in.bench_" + run;
+    const QString bin = QCoreApplication::applicationDirPath();
+    set("GENERAL_SETTINGS", "LOG_FILE_PATH", m_dir.filePath("quillon.log"));
+    set("GENERAL_SETTINGS", "UL_CLIENT_SEND", "true");
+    set("GENERAL_SETTINGS", "R_UL_ROUTE_KEY", m_route_key);
+    set("GENERAL_SETTINGS", "R_HISTORY_ROUTE_KEY", "ul_history_bench_" + run);
+    set("AMQP_UL_SETTINGS", "R_LOGIN", broker_url);
+    set("AMQP_UL_SETTINGS", "R_QUEUE", "bench_ul_" + run);
+    set("AMQP_UL_CLIENT_SETTINGS", "R_LOGIN", broker_url);
+    set("AMQP_API_SETTINGS", "R_LOGIN", broker_url);
+    set("AMQP_API_SETTINGS", "R_QUEUE", m_command_queue);
+    set("AMQP_API_SETTINGS", "R_BINDINGS", "norvik.api:" + m_command_key);
+    set("PLUGIN_MANAGER_SETTINGS", "PLUGIN_PATH", bin);
+    set("PLUGIN_MANAGER_SETTINGS", "PLUGIN_CONFIG_PATH", bin);
+    set("PLUGIN_MANAGER_SETTINGS", "PLUGIN_DB_CONFIG_PATH", m_dir.path());
+    set("PLUGIN_MANAGER_SETTINGS", "DB_NAME", "db_driver_sqlite");
+    m_process.setWorkingDirectory(m_dir.path());
+    // Errors still reach standard error; Qt's debug lines (plugin scan, "consume") do not.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_LOGGING_RULES", "*.debug=false");
+    m_process.setProcessEnvironment(environment);
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_process.setStandardOutputFile(QProcess::nullDevice());
+}
+
+service_instance::~service_instance() {
+    if (running()) {
+        stop();
+    }
+}
+
+void service_instance::register_modems(const QList<int>& modems, const QString& protocol,
+                                       const QString& hw_type, const QStringList& clients) {
+    const QJsonObject device{
+        {"protocol", protocol}, {"hw_type", hw_type}, {"clients", QJsonArray::fromStringList(clients)}};
+    for (int modem : modems) {
+        m_devices.insert(QString::number(modem), device);
+    }
+}
+
+void service_instance::set(const QString& group, const QString& key, const QString& value) {
+    m_ini[group][key] = value;
+}
+
+rabbit_receiver_cfg service_instance::uplink_queue() {
+    write_files();
+    QSettings settings(m_dir.filePath("quillon.ini"), QSettings::IniFormat);
+    const PMConfig pm = load_pm_config(settings);
+    const EngineConfig engine = make_engine_config(load_general_settings(settings), 0, 1, 0);
+    return load_receiver_config(settings, pm, engine);
+}
+
+void service_instance::write_files() {
+    QFile ini(m_dir.filePath("quillon.ini"));
+    if (ini.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        QTextStream out(&ini);
+        for (auto group = m_ini.cbegin(); group != m_ini.cend(); ++group) {
+            out << "[" << group.key() << "]\n";
+            for (auto entry = group.value().cbegin(); entry != group.value().cend(); ++entry) {
+                out << entry.key() << "=\"" << entry.value() << "\"\n";
+            }
+        }
+    }
+    QFile store(m_dir.filePath("plug_db_driver_sqlite.json"));
+    if (store.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        store.write(QJsonDocument(QJsonObject{{"path", m_store_path}, {"devices", m_devices}}).toJson());
+    }
+}
+
+bool service_instance::start() {
+    write_files();
+    m_process.start(QCoreApplication::applicationDirPath() + "/quillon",
+                    {"-c", m_dir.filePath("quillon.ini"), "-i", "1", "-n", "0"});
+    return m_process.waitForStarted(10000);
+}
+
+int service_instance::stop() {
+    if (running()) {
+        ::kill(pid(), SIGTERM);
+    }
+    if (m_process.state() != QProcess::NotRunning && !m_process.waitForFinished(30000)) {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+        return -1;
+    }
+    return m_process.exitCode();
+}
+
+QString service_instance::log_tail(int chars) const {
+    QFile file(m_dir.filePath("quillon.log"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).right(chars) : QString();
+}
+
+}  // namespace bench

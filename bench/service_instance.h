@@ -1,0 +1,61 @@
+#pragma once
+
+#include <sys/types.h>
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+#include "app/config.h"
+
+namespace bench {
+
+// The quillon service as a process of its own: an INI file and the SQLite store's
+// configuration in a temporary directory, every queue and routing key unique to the run
+// (so that other consumers of a shared broker neither feed nor starve it), the reference
+// M-Bus driver, publication to clients on.
+class service_instance {
+public:
+    // `store_path` empty: a fresh store file in the working directory.
+    service_instance(const QString& broker_url, const QString& store_path = QString());
+    ~service_instance();
+    service_instance(const service_instance&) = delete;
+    service_instance& operator=(const service_instance&) = delete;
+
+    // Registers every modem with the protocol, hardware type and client list (the
+    // store's "devices" seed).
+    void register_modems(const QList<int>& modems, const QString& protocol, const QString& hw_type,
+                         const QStringList& clients);
+    void set(const QString& group, const QString& key, const QString& value);
+
+    // Written on start(); readable before it.
+    QString uplink_route_key() const { return m_route_key; }
+    // The uplink queue and its bindings exactly as the service derives them.
+    rabbit_receiver_cfg uplink_queue();
+    QString command_queue() const { return m_command_queue; }
+    QString command_key() const { return m_command_key; }
+
+    bool start();
+    // SIGTERM, then waits; returns the exit code (-1 when it did not end in time).
+    int stop();
+    bool running() const { return m_process.state() == QProcess::Running; }
+    pid_t pid() const { return pid_t(m_process.processId()); }
+    QString log_tail(int chars = 2000) const;
+    QString working_dir() const { return m_dir.path(); }
+
+private:
+    void write_files();
+
+    QTemporaryDir m_dir;
+    QProcess m_process;
+    QMap<QString, QMap<QString, QString>> m_ini;
+    QJsonObject m_devices;
+    QString m_store_path;
+    QString m_route_key;
+    QString m_command_queue;
+    QString m_command_key;
+};
+
+}  // namespace bench

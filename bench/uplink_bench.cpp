@@ -1,0 +1,166 @@
+#include "bench/uplink_bench.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QUuid>
+#include <csignal>
+
+#include "bench/proc_stats.h"
+#include "bench/service_instance.h"
+#include "bench/uplink_feed.h"
+#include "bench/wait.h"
+
+namespace bench {
+
+namespace {
+
+constexpr int first_modem = 100000;
+
+QString token() {
+    return QUuid::createUuid().toString(QUuid::Id128).left(10);
+}
+
+QString bindings_text(const amqp_bindings& bindings) {
+    QStringList items;
+    for (const auto& binding : bindings) {
+        items << binding.first + ":" + binding.second;
+    }
+    return items.join(',');
+}
+
+}  // namespace
+
+uplink_bench::uplink_bench(logger& log, const broker& target, const bench_options& options)
+    : m_log(log), m_target(target), m_options(options) {
+    const QString run = token();
+    m_client = "bench_client_" + run;
+    m_marker_key = m_client + ".bench.marker";
+    m_admin = std::make_unique<broker_admin>(log, target);
+    m_drain = std::make_unique<client_drain>(log, target, "norvik.api", QStringList{m_client + ".#"});
+    m_sender = std::make_unique<uplink_sender>(log, target);
+}
+
+uplink_bench::~uplink_bench() = default;
+
+uplink_bench_result uplink_bench::run() {
+    uplink_bench_result result;
+    if (!m_admin->wait_ready() || !m_drain->wait_ready() || !m_sender->wait_ready()) {
+        result.error = "no connection to the broker at " + mask_url_password(m_target.url);
+        return result;
+    }
+    passthrough::publication_profile profile;
+    if (!calibrate(profile, result.error)) {
+        return result;
+    }
+    result.messages_per_uplink = profile.messages_per_uplink();
+    result.bytes_per_uplink = profile.bytes_per_uplink();
+    result.passthrough = run_passthrough(profile);
+    if (!result.passthrough.complete) {
+        result.error = "pass-through: " + result.passthrough.error;
+        return result;
+    }
+    run_service(result);
+    return result;
+}
+
+bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString& error) {
+    service_instance service(m_target.url);
+    uplink_feed feed(m_options.modems, first_modem);
+    service.register_modems(feed.modem_ids(), uplink_feed::protocol(), uplink_feed::hw_type(), {m_client});
+    const rabbit_receiver_cfg queue = service.uplink_queue();
+    if (!m_admin->declare(queue.queue, queue.queue_options, queue.bindings) ||
+        !preload(*m_sender, *m_drain, m_marker_key, feed, uint64_t(m_options.sample),
+                 service.uplink_route_key(), error)) {
+        error = "calibration: " + (error.isEmpty() ? m_admin->error() : error);
+        return false;
+    }
+    passthrough::uplink_publication current;
+    throughput_meter meter(*m_drain, m_target.pid);
+    const throughput_result run = meter.run(
+        uint64_t(m_options.sample), [&service] { return service.start() ? service.pid() : pid_t(0); },
+        [&](const amqp::message& msg) {
+            current.push_back(
+                {passthrough::publication_profile::stem_of(msg.routing_key), int(msg.payload.size())});
+            if (msg.routing_key.contains(QLatin1String(".ul_roll."))) {
+                profile.add(std::move(current));
+                current.clear();
+            }
+        });
+    service.stop();
+    m_admin->remove(queue.queue);
+    m_admin->remove(service.command_queue());
+    if (!run.complete) {
+        error = "calibration: " + run.error + "\n" + service.log_tail();
+    }
+    return run.complete;
+}
+
+throughput_result uplink_bench::run_passthrough(const passthrough::publication_profile& profile) {
+    const QString run = token();
+    const QString queue = "bench_passthrough_" + run;
+    const QString route_key = "ul_bench_pt_" + run;
+    const amqp_bindings bindings{{"norvik.api", "*.0." + route_key + ".marl2.proto7.#"}};
+    throughput_result result;
+    uplink_feed feed(m_options.modems, first_modem);
+    QString error;
+    if (!m_admin->declare(queue, 2, bindings) ||
+        !preload(*m_sender, *m_drain, m_marker_key, feed, m_options.uplinks, route_key, error)) {
+        result.error = error.isEmpty() ? m_admin->error() : error;
+        return result;
+    }
+    const QString profile_path = m_dir.filePath("profile.json");
+    profile.save(profile_path);
+    QProcess consumer;
+    consumer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    consumer.setStandardOutputFile(QProcess::nullDevice());
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_LOGGING_RULES", "*.debug=false");
+    consumer.setProcessEnvironment(environment);
+    throughput_meter meter(*m_drain, m_target.pid);
+    result = meter.run(m_options.uplinks, [&] {
+        consumer.start(
+            QCoreApplication::applicationDirPath() + "/quillon-passthrough",
+            {"--url", m_target.url, "--vhost", m_target.vhost, "--queue", queue, "--bindings",
+             bindings_text(bindings), "--queue-options", "2", "--prefetch", "10", "--profile", profile_path});
+        return consumer.waitForStarted(10000) ? pid_t(consumer.processId()) : pid_t(0);
+    });
+    if (consumer.state() == QProcess::Running) {
+        ::kill(pid_t(consumer.processId()), SIGTERM);
+        consumer.waitForFinished(10000);
+    }
+    m_admin->remove(queue);
+    return result;
+}
+
+void uplink_bench::run_service(uplink_bench_result& result) {
+    service_instance service(m_target.url);
+    uplink_feed feed(m_options.modems, first_modem);
+    service.register_modems(feed.modem_ids(), uplink_feed::protocol(), uplink_feed::hw_type(), {m_client});
+    const rabbit_receiver_cfg queue = service.uplink_queue();
+    QString error;
+    if (!m_admin->declare(queue.queue, queue.queue_options, queue.bindings) ||
+        !preload(*m_sender, *m_drain, m_marker_key, feed, m_options.uplinks, service.uplink_route_key(),
+                 error)) {
+        result.error = "service: " + (error.isEmpty() ? m_admin->error() : error);
+        return;
+    }
+    throughput_meter meter(*m_drain, m_target.pid);
+    result.service =
+        meter.run(m_options.uplinks, [&service] { return service.start() ? service.pid() : pid_t(0); });
+    if (!result.service.complete) {
+        result.error = "service: " + result.service.error + "\n" + service.log_tail();
+    } else {
+        const double rate = result.service.uplinks_per_s / 2.0;
+        const uint64_t count = qMax<uint64_t>(20, uint64_t(rate * m_options.latency_s));
+        result.latency = measure_latency(*m_sender, *m_drain, feed, service.uplink_route_key(), rate, count);
+        result.rss_after_latency_mib = resident_mib(service.pid());
+        if (!result.latency.complete) {
+            result.error = "latency: " + result.latency.error;
+        }
+    }
+    service.stop();
+    m_admin->remove(queue.queue);
+    m_admin->remove(service.command_queue());
+}
+
+}  // namespace bench

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QString>
+#include <QTemporaryDir>
+#include <memory>
+
+#include "app/logger.h"
+#include "bench/bench_options.h"
+#include "bench/broker.h"
+#include "bench/client_drain.h"
+#include "bench/latency_run.h"
+#include "bench/passthrough/publication_profile.h"
+#include "bench/throughput_meter.h"
+#include "bench/uplink_sender.h"
+
+namespace bench {
+
+struct uplink_bench_result {
+    QString error;
+    double messages_per_uplink = 0;  // client messages the service publishes per uplink
+    double bytes_per_uplink = 0;
+    throughput_result passthrough;
+    throughput_result service;
+    latency_result latency;
+    double rss_after_latency_mib = 0;
+};
+
+// The uplink path: a short calibration run of the service records what it publishes
+// per uplink; then the pass-through consumer and the service each empty a freshly
+// preloaded queue of the same uplinks; then the service gets uplinks at half its rate
+// for the latency.
+class uplink_bench {
+public:
+    uplink_bench(logger& log, const broker& target, const bench_options& options);
+    ~uplink_bench();
+
+    uplink_bench_result run();
+
+private:
+    bool calibrate(passthrough::publication_profile& profile, QString& error);
+    throughput_result run_passthrough(const passthrough::publication_profile& profile);
+    void run_service(uplink_bench_result& result);
+
+    logger& m_log;
+    broker m_target;
+    bench_options m_options;
+    QString m_client;
+    QString m_marker_key;
+    QTemporaryDir m_dir;
+    std::unique_ptr<broker_admin> m_admin;
+    std::unique_ptr<client_drain> m_drain;
+    std::unique_ptr<uplink_sender> m_sender;
+};
+
+}  // namespace bench

@@ -1,0 +1,54 @@
+#include "bench/uplink_sender.h"
+
+#include <QJsonDocument>
+
+#include "bench/wait.h"
+
+namespace bench {
+
+uplink_sender::uplink_sender(logger& log, const broker& target) {
+    rabbit_publisher_config cfg;
+    cfg.url = target.url;
+    cfg.vhost = target.vhost;
+    m_publisher = std::make_unique<rabbit_publisher_impl>(log, cfg);
+}
+
+bool uplink_sender::wait_ready(int timeout_ms) {
+    return wait_until([this] { return m_publisher->is_connected(); }, timeout_ms);
+}
+
+void uplink_sender::send(const QJsonObject& uplink, const QString& routing_key) {
+    send_raw(QJsonDocument(uplink).toJson(QJsonDocument::Compact), routing_key);
+}
+
+void uplink_sender::send_raw(const QByteArray& body, const QString& routing_key) {
+    m_publisher->publish_string(body, routing_key.toLatin1(), "text/plain");
+}
+
+bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_key, uplink_feed& feed,
+             uint64_t count, const QString& route_key, QString& error) {
+    if (!sender.wait_ready()) {
+        error = "the uplink publisher did not connect";
+        return false;
+    }
+    for (uint64_t i = 0; i < count; ++i) {
+        const QJsonObject uplink = feed.next();
+        sender.send(uplink, uplink_feed::routing_key(uplink, route_key));
+    }
+    bool marked = false;
+    drain.on_message([&marked, marker_key](const amqp::message& msg, int64_t) {
+        marked = marked || msg.routing_key == marker_key;
+    });
+    sender.send_raw("{}", marker_key);
+    const bool done = wait_until([&marked] { return marked; }, 120000);
+    drain.on_message({});
+    if (!done) {
+        error = "the preload marker did not come back";
+        return false;
+    }
+    // The queue process may still be taking in the tail of the burst.
+    pause_ms(300);
+    return true;
+}
+
+}  // namespace bench
