@@ -46,7 +46,7 @@ history_query_result time_history_queries(logger& log, const broker& target, bro
                                           const QString& store_path, int modem, int queries, int limit) {
     history_query_result result;
     service_instance service(target.url, store_path);
-    service.register_modems({modem}, uplink_feed::protocol(), uplink_feed::hw_type(), {});
+    service.register_modem(modem, uplink_feed::protocol(), "mbus-heat", {});
     const QString reply_key = "bench.reply." + QUuid::createUuid().toString(QUuid::Id128).left(12);
     client_drain replies(log, target, "norvik.api", {reply_key});
     uplink_sender sender(log, target);

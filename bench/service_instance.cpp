@@ -55,13 +55,11 @@ service_instance::~service_instance() {
     }
 }
 
-void service_instance::register_modems(const QList<int>& modems, const QString& protocol,
-                                       const QString& hw_type, const QStringList& clients) {
-    const QJsonObject device{
-        {"protocol", protocol}, {"hw_type", hw_type}, {"clients", QJsonArray::fromStringList(clients)}};
-    for (int modem : modems) {
-        m_devices.insert(QString::number(modem), device);
-    }
+void service_instance::register_modem(int modem, const QString& protocol, const QString& hw_type,
+                                      const QStringList& clients) {
+    m_devices.insert(QString::number(modem), QJsonObject{{"protocol", protocol},
+                                                         {"hw_type", hw_type},
+                                                         {"clients", QJsonArray::fromStringList(clients)}});
 }
 
 void service_instance::set(const QString& group, const QString& key, const QString& value) {

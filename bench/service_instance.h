@@ -24,10 +24,10 @@ public:
     service_instance(const service_instance&) = delete;
     service_instance& operator=(const service_instance&) = delete;
 
-    // Registers every modem with the protocol, hardware type and client list (the
-    // store's "devices" seed).
-    void register_modems(const QList<int>& modems, const QString& protocol, const QString& hw_type,
-                         const QStringList& clients);
+    // Registers a modem with its protocol, hardware type and client list (the store's
+    // "devices" seed).
+    void register_modem(int modem, const QString& protocol, const QString& hw_type,
+                        const QStringList& clients);
     void set(const QString& group, const QString& key, const QString& value);
 
     // Written on start(); readable before it.

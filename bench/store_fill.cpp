@@ -72,7 +72,7 @@ model::ul_message stored_uplink(int modem, const QDateTime& time, int round) {
     m.unique_id = int64_t(modem) * 1000003 + round;
     m.data = QJsonDocument(QJsonObject{{"records", 10}, {"status", 0}});
     m.parse_status = "parsed";
-    m.hw_type = "heat_meter";
+    m.hw_type = "mbus-heat";
     m.protocol = "proto7";
     m.payload = QByteArray::fromHex("7a01000000041300000000441300000000040600000000025a8a02025e9001032bb004");
     m.iterator = round;

@@ -28,6 +28,13 @@ QString bindings_text(const amqp_bindings& bindings) {
     return items.join(',');
 }
 
+// Every modem of the fleet with one client.
+void register_fleet(service_instance& service, const uplink_feed& feed, const QString& client) {
+    for (int modem : feed.modem_ids()) {
+        service.register_modem(modem, uplink_feed::protocol(), feed.hw_type(modem), {client});
+    }
+}
+
 }  // namespace
 
 uplink_bench::uplink_bench(logger& log, const broker& target, const bench_options& options)
@@ -66,7 +73,7 @@ uplink_bench_result uplink_bench::run() {
 bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString& error) {
     service_instance service(m_target.url);
     uplink_feed feed(m_options.modems, first_modem);
-    service.register_modems(feed.modem_ids(), uplink_feed::protocol(), uplink_feed::hw_type(), {m_client});
+    register_fleet(service, feed, m_client);
     const rabbit_receiver_cfg queue = service.uplink_queue();
     if (!m_admin->declare(queue.queue, queue.queue_options, queue.bindings) ||
         !preload(*m_sender, *m_drain, m_marker_key, feed, uint64_t(m_options.sample),
@@ -135,7 +142,7 @@ throughput_result uplink_bench::run_passthrough(const passthrough::publication_p
 void uplink_bench::run_service(uplink_bench_result& result) {
     service_instance service(m_target.url);
     uplink_feed feed(m_options.modems, first_modem);
-    service.register_modems(feed.modem_ids(), uplink_feed::protocol(), uplink_feed::hw_type(), {m_client});
+    register_fleet(service, feed, m_client);
     const rabbit_receiver_cfg queue = service.uplink_queue();
     QString error;
     if (!m_admin->declare(queue.queue, queue.queue_options, queue.bindings) ||

@@ -45,7 +45,7 @@ int main(int argc, char* argv[]) {
     }
 
     const bool with_log = parser.isSet(log_file);
-    logger log(with_log ? parser.value(log_file) : QStringLiteral("/dev/null"), with_log ? Debug : Off,
+    logger log(with_log ? parser.value(log_file) : QString(), with_log ? Debug : Off,
                "passthrough");
     rabbit_receiver_cfg uplinks;
     uplinks.url = parser.value(url);
