@@ -1,0 +1,91 @@
+// The conversions of quillon-cli and the lines of quillon-watch, without a broker.
+#include <gtest/gtest.h>
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+
+#include "tools/cli/json_printer.h"
+#include "tools/cli/request_body.h"
+#include "tools/cli/tool_support.h"
+#include "tools/watch/publication_line.h"
+
+namespace {
+
+TEST(RequestBody, TimesAreSecondsOrIsoDatesInUtcUnlessZoned) {
+    EXPECT_EQ(cli::parse_time("1767225600", "from"), 1767225600);
+    EXPECT_EQ(cli::parse_time("0", "from"), 0);
+    EXPECT_EQ(cli::parse_time("2026-01-01", "from"), 1767225600);
+    EXPECT_EQ(cli::parse_time("2026-01-01T10:00:00", "from"), 1767225600 + 36000);
+    EXPECT_EQ(cli::parse_time("2026-01-01 10:00:00", "from"), 1767225600 + 36000);
+    EXPECT_EQ(cli::parse_time("2026-01-01T10:00:00Z", "from"), 1767225600 + 36000);
+    EXPECT_EQ(cli::parse_time("2026-01-01T10:00:00+02:00", "from"), 1767225600 + 28800);
+    EXPECT_THROW(cli::parse_time("2026-13-01", "to"), tool::usage_error);
+    EXPECT_THROW(cli::parse_time("", "to"), tool::usage_error);
+}
+
+TEST(RequestBody, ModemsAndTextsFromRepeatedAndCommaSeparatedValues) {
+    EXPECT_EQ(cli::parse_modems({"77", "78, 79"}), (QJsonArray{77, 78, 79}));
+    EXPECT_THROW(cli::parse_modems({"-1"}), tool::usage_error);
+    EXPECT_THROW(cli::parse_modems({"7.5"}), tool::usage_error);
+    EXPECT_EQ(cli::parse_texts({"volume,energy", "power"}), (QJsonArray{"volume", "energy", "power"}));
+}
+
+TEST(RequestBody, AssignmentsReadJsonValuesAndKeepOtherTextsAsStrings) {
+    EXPECT_EQ(cli::parse_assignment("request=true"), (QJsonObject{{"request", true}}));
+    EXPECT_EQ(cli::parse_assignment("n=42"), (QJsonObject{{"n", 42}}));
+    EXPECT_EQ(cli::parse_assignment("hw_type=X"), (QJsonObject{{"hw_type", "X"}}));
+    EXPECT_EQ(cli::parse_assignment("id=\"42\""), (QJsonObject{{"id", "42"}}));
+    EXPECT_EQ(cli::parse_assignment("db_id=[\"a\",\"b\"]"), (QJsonObject{{"db_id", QJsonArray{"a", "b"}}}));
+    EXPECT_EQ(cli::parse_assignment("empty="), (QJsonObject{{"empty", ""}}));
+    EXPECT_EQ(cli::parse_assignment("eq=a=b"), (QJsonObject{{"eq", "a=b"}}));
+    EXPECT_THROW(cli::parse_assignment("=1"), tool::usage_error);
+}
+
+TEST(JsonPrinter, IndentsLikeQtAndColoursOnlyWhenAsked) {
+    const QJsonObject data{{"77", QJsonArray{QJsonObject{{"value", 12.345}, {"ok", true}}, QJsonValue()}},
+                           {"text", "a\"b"}};
+    EXPECT_EQ(cli::format_json(data, false) + "\n", QString::fromUtf8(QJsonDocument(data).toJson()));
+    // Empty containers stay on one line.
+    EXPECT_EQ(cli::format_json(QJsonObject{{"e", QJsonObject{}}, {"a", QJsonArray{}}}, false),
+              "{\n    \"a\": [],\n    \"e\": {}\n}");
+    const QString coloured = cli::format_json(data, true);
+    EXPECT_TRUE(coloured.contains("\x1b[33m12.345\x1b[0m")) << coloured.toStdString();
+    EXPECT_TRUE(coloured.contains("\x1b[32m\"a\\\"b\"\x1b[0m")) << coloured.toStdString();
+    EXPECT_EQ(cli::format_json(QJsonObject{}, true), "{}");
+}
+
+const QDateTime arrival(QDate(2026, 3, 1), QTime(12, 30, 5));
+
+TEST(PublicationLine, ValuesEventsAndRollsPlainAndWrapped) {
+    const QJsonObject value{{"modem_id", 77}, {"obis_code", "volume"}, {"value", 12.345}, {"tag", "mbus"}};
+    const QString key = "c1.0.ul_eav.X.mbus.volume.77";
+    const QString expected = "2026-03-01 12:30:05  " + key + "  modem 77  volume = 12.345";
+    EXPECT_EQ(watch::describe(QJsonDocument(value).toJson(), key, arrival), expected);
+    const QJsonObject wrapped{
+        {"msg_type", "quillon_ul_client_eav_value"}, {"cmd_id", "{x}"}, {"data", value}};
+    EXPECT_EQ(watch::describe(QJsonDocument(wrapped).toJson(), key, arrival), expected);
+
+    QJsonObject with_unit = value;
+    with_unit["unit"] = "m3";
+    EXPECT_TRUE(
+        watch::describe(QJsonDocument(with_unit).toJson(), key, arrival).endsWith("volume = 12.345 m3"));
+
+    const QJsonObject event{{"modem_id", 77}, {"event_code", 4}, {"message", "power low"}, {"parameter", 4}};
+    EXPECT_TRUE(watch::describe(QJsonDocument(event).toJson(), "c1.0.ul_eav.X.event.4.77", arrival)
+                    .endsWith("  modem 77  event 4: power low"));
+
+    const QJsonObject roll{{"modem_id", 78}, {"tag", "mbus"}, {"parse_status", "parsed"}, {"payload", "78"}};
+    const QJsonObject wrapped_roll{{"msg_type", "quillon_ul_client_roll"}, {"cmd_id", "{x}"}, {"data", roll}};
+    EXPECT_TRUE(watch::describe(QJsonDocument(wrapped_roll).toJson(), "c1.0.ul_roll.X.mbus.null.78", arrival)
+                    .endsWith("  modem 78  roll tag mbus, parse_status parsed"));
+}
+
+TEST(PublicationLine, UnknownBodiesAreShownAsTheyAre) {
+    EXPECT_EQ(watch::describe("not json", "a.b.77", arrival),
+              "2026-03-01 12:30:05  a.b.77  (not a JSON object) not json");
+    // No modem_id: the routing key's last part.
+    EXPECT_EQ(watch::describe("{\"x\":1}", "a.b.77", arrival),
+              "2026-03-01 12:30:05  a.b.77  modem 77  {\"x\":1}");
+}
+
+}  // namespace
