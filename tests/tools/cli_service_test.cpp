@@ -57,6 +57,13 @@ TEST_F(CliAgainstService, GetInfoPrintsTheResponseDataAsIndentedJson) {
     EXPECT_TRUE(r.out.contains("\n        \"version\": \"1.1.43\"")) << r.out.toStdString();
     EXPECT_FALSE(r.out.contains('\x1b'));
     EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
+
+    const tool_result whole = cli({"get_info", "--envelope"});
+    ASSERT_EQ(whole.status, 0) << whole.err.toStdString();
+    const QJsonObject response = json_of(whole.out);
+    EXPECT_EQ(response.value("msg_type").toString(), "response") << whole.out.toStdString();
+    EXPECT_FALSE(response.value("cmd_id").toString().isEmpty());
+    EXPECT_TRUE(response.value("data").toObject().contains("proto7:marl2"));
 }
 
 TEST_F(CliAgainstService, BodyFromStandardInputFromAnArgumentAndFromOptions) {

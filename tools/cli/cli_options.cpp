@@ -54,11 +54,12 @@ struct option_set {
     QCommandLineOption body{"body", "The body as JSON text, or - to read it from standard input.", "JSON"};
     QCommandLineOption body_file{"body-file", "Reads the body from a file.", "FILE"};
     QCommandLineOption plain{"plain", "No colours even on a terminal."};
+    QCommandLineOption envelope{"envelope", "Prints the whole response envelope instead of its \"data\"."};
     QCommandLineOption verbose{{"v", "verbose"}, "Shows the envelope sent and the broker connection's log."};
 
     QList<QCommandLineOption> all() const {
-        return {help, config, url, vhost, exchange, key, timeout, connect_timeout, modem, from,
-                to,   limit,  tag, obis,  step,     set, body,    body_file,       plain, verbose};
+        return {help,  config, url,  vhost, exchange, key,  timeout,   connect_timeout, modem,    from,   to,
+                limit, tag,    obis, step,  set,      body, body_file, plain,           envelope, verbose};
     }
 };
 
@@ -181,6 +182,7 @@ invocation read_invocation(const QStringList& arguments) {
     run.timeout_s = tool::positive_integer(parser.value(o.timeout), "timeout");
     run.connect_timeout_s = tool::positive_integer(parser.value(o.connect_timeout), "connect-timeout");
     run.plain = parser.isSet(o.plain);
+    run.envelope = parser.isSet(o.envelope);
     run.verbose = parser.isSet(o.verbose);
     resolve_target(parser, o, run);
     return run;

@@ -23,6 +23,7 @@ struct invocation {
     int timeout_s = 10;
     int connect_timeout_s = 5;
     bool plain = false;
+    bool envelope = false;  // print the whole response, not only its "data"
     bool verbose = false;
 };
 

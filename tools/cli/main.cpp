@@ -62,7 +62,9 @@ int call(const cli::invocation& run) {
                 .arg(run.timeout_s),
             no_response);
     }
-    QTextStream(stdout) << cli::format_json(response.value("data").toObject(), colours_wanted(run)) << '\n';
+    QTextStream(stdout) << cli::format_json(run.envelope ? response : response.value("data").toObject(),
+                                            colours_wanted(run))
+                        << '\n';
     return answered;
 }
 
