@@ -123,7 +123,7 @@ TEST_P(DownlinkCommands, StatusOfAnUnknownIdHoldsTheStoreErrorText) {
     EXPECT_EQ(reply.value("nope"), QJsonValue("dl message nope not found"));
 }
 
-TEST_P(DownlinkCommands, GetDownlinksListsThemAndNotAckedLeavesOutTheExecuted) {
+TEST_P(DownlinkCommands, GetDownlinksListsThemAndNotAckedLeavesOutTheFinished) {
     const QString first = send_one({{"payload", "01"}});
     const QString second = send_one({{"payload", "02"}});
     const QString third = send_one({{"payload", "03"}});
@@ -147,9 +147,15 @@ TEST_P(DownlinkCommands, GetDownlinksListsThemAndNotAckedLeavesOutTheExecuted) {
     EXPECT_EQ(all.keys(), QStringList{key_of(modem(0))});
     EXPECT_EQ(db_ids(all, modem(0)), (QStringList{first, second, third}));
 
+    // ... and the third as failed.
+    m_sender->publish(QString("nc.0.ul.marl2.proto7.%1").arg(modem(0)),
+                      QJsonObject{{"msg_type", "dl_fault"}, {"modem_id", modem(0)}, {"status_id", third}});
+    ASSERT_TRUE(e2e::wait_until([&] { return stored(third).value("dl_status").toString() == "TIMEOUT"; }))
+        << m_service.log().right(3000).toStdString();
+
     const QJsonObject not_acked =
         call("get_dl_msg", QJsonObject{{"modem_id", ids({modem(0)})}, {"not_acked", true}});
-    EXPECT_EQ(db_ids(not_acked, modem(0)), (QStringList{first, third}));
+    EXPECT_EQ(db_ids(not_acked, modem(0)), (QStringList{first}));
     const QJsonObject acked_too =
         call("get_dl_msg", QJsonObject{{"modem_id", ids({modem(0)})}, {"not_acked", false}});
     EXPECT_EQ(db_ids(acked_too, modem(0)).size(), 3);

@@ -155,6 +155,64 @@ TEST_P(HistoryCommands, GetEavValueThinsEachSeriesByStep) {
     EXPECT_EQ(call("get_eav_value", readings({{"to", detected_at - 1}})), QJsonObject());
 }
 
+// Each series (OBIS code) has a grid of its own: the energy reading detected with the
+// first volume is not dropped because the volume series advanced.
+TEST_P(HistoryCommands, StepThinningKeepsAGridPerSeries) {
+    // CI 0x78; volume 1000 l (DIF 04, VIF 13), then energy in Wh (DIF 04, VIF 03).
+    const auto two_series = [](const QString& energy_hex) {
+        return e2e::volume_payload(1000) + "0403" + energy_hex;
+    };
+    publish_uplink(modem(3), two_series("0a000000"), 1, detected_at);
+    publish_uplink(modem(3), two_series("14000000"), 2, detected_at + 30);
+    publish_uplink(modem(3), two_series("1e000000"), 3, detected_at + 90);
+    ASSERT_TRUE(accepted(modem(3), 3));
+
+    const QJsonObject thinned = call(
+        "get_eav_value",
+        QJsonObject{
+            {"modem_id", ids({modem(3)})}, {"from", detected_at}, {"to", detected_at + 1000}, {"step", 60}});
+    QStringList series;
+    for (const QJsonValue& record : thinned.value(key_of(modem(3))).toArray()) {
+        series << QString("%1@%2")
+                      .arg(record.toObject().value("obis_code").toString())
+                      .arg(record.toObject().value("timestamp").toVariant().toLongLong() - detected_at);
+    }
+    series.sort();
+    EXPECT_EQ(series, (QStringList{"energy@0", "energy@90", "volume@0", "volume@90"}));
+    const QJsonObject energy = call("get_eav_value", QJsonObject{{"modem_id", ids({modem(3)})},
+                                                                 {"to", detected_at + 1000},
+                                                                 {"obis_codes", QJsonArray{"energy"}}});
+    EXPECT_EQ(values_of(energy, modem(3)), (QList<double>{10, 20, 30}));
+}
+
+// A modem missing from the registry is known by the device of its last stored uplink.
+TEST_P(HistoryCommands, ModemKnownOnlyFromItsUplinksIsServed) {
+    const int unregistered = modem(4);
+    publish_uplink(unregistered, e2e::volume_payload(7000), 1, detected_at, "Z");
+    ASSERT_TRUE(accepted(unregistered, 1));
+    EXPECT_EQ(values_of(call("get_eav_value",
+                             QJsonObject{{"modem_id", ids({unregistered})}, {"to", detected_at + 1}}),
+                        unregistered),
+              QList<double>{7});
+    const QJsonObject device = call("device", QJsonObject{{"modem_id", ids({unregistered})}});
+    EXPECT_EQ(device.value(key_of(unregistered))
+                  .toObject()
+                  .value("last_roll")
+                  .toObject()
+                  .value("hw_type")
+                  .toString(),
+              "Z");
+
+    e2e::probe clients({QString("null.*.*.*.*.*.%1").arg(unregistered)});
+    ASSERT_TRUE(clients.wait_ready());
+    EXPECT_EQ(
+        call("request_eav_value", QJsonObject{{"modem_id", ids({unregistered})}, {"to", detected_at + 1}}),
+        (QJsonObject{{key_of(unregistered), "ok"}}));
+    ASSERT_TRUE(clients.wait_for(1));
+    EXPECT_EQ(clients.messages().front().routing_key,
+              QString("null.0.ul_eav.Z.mbus.volume.%1").arg(unregistered));
+}
+
 TEST_P(HistoryCommands, GetEavEventReturnsTheStatusEvent) {
     publish_history();
     const QJsonObject events = call("get_eav_event", readings({{"step", 60}}));

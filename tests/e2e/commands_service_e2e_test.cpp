@@ -64,6 +64,10 @@ TEST_P(ServiceCommands, GetInfoDescribesTheInstanceUnderProtocolAndInstanceName)
     EXPECT_EQ(response.value("cmd_id").toString(), request.value("cmd_id").toString());
     EXPECT_FALSE(response.contains("sender"));
 
+    // Whole numbers go out as JSON integers.
+    const QByteArray raw = m_replies->messages().back().payload;
+    EXPECT_TRUE(raw.contains("\"build timestamp\":1758894769,")) << raw.toStdString();
+    EXPECT_TRUE(raw.contains("\"controler period\":2500,")) << raw.toStdString();
     const QJsonObject reply = response.value("data").toObject();
     ASSERT_EQ(reply.keys(), QStringList{"proto7:marl2"});
     const QJsonObject info = reply.value("proto7:marl2").toObject();
