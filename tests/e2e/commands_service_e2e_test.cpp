@@ -355,14 +355,17 @@ protected:
         service.set("PLUGIN_MANAGER_SETTINGS", "INSTANCE_NAME", "marl2,marl3");
         service.set("GENERAL_SETTINGS", "DL_QUEUES", "true");
     }
+    std::pair<int, int> instance() const override { return {3, 2}; }
 };
 
-TEST_F(ServiceCommandsTwoInstances, GetInfoJoinsTheInstanceNames) {
+TEST_F(ServiceCommandsTwoInstances, GetInfoJoinsTheInstanceNamesAndTellsThePosition) {
     const QJsonObject reply = call("get_info", {});
     ASSERT_EQ(reply.keys(), QStringList{"proto7:marl2,marl3"});
     const QJsonObject info = reply.value("proto7:marl2,marl3").toObject();
     EXPECT_EQ(info.value("instance name").toString(), "marl2,marl3");
     EXPECT_EQ(info.value("dl queues"), QJsonValue(true));
+    EXPECT_EQ(info.value("instances count").toInt(), 3);
+    EXPECT_EQ(info.value("instance number").toInt(), 2);
     EXPECT_EQ(info.value("controler period").toInt(), 1000);
     EXPECT_EQ(info.value("ul dl ttl").toInt(), 365 * 86400);
 }

@@ -54,6 +54,8 @@ class service_test : public ::testing::Test {
 protected:
     // Settings of the service before it starts (INI keys, database configuration).
     virtual void configure(service_process&) {}
+    // The command line's instance count and position.
+    virtual std::pair<int, int> instance() const { return {1, 0}; }
 
     void SetUp() override {
         // Modem ids of this test alone: every service on the broker sees the uplinks.
@@ -61,7 +63,7 @@ protected:
         m_log = std::make_unique<logger>(m_dir.filePath("test.log"), Debug, "test");
         m_service.set("AMQP_API_SETTINGS", "SS_API_KEY", api_key);
         configure(m_service);
-        ASSERT_TRUE(m_service.start()) << m_service.log().toStdString();
+        ASSERT_TRUE(m_service.start(instance().first, instance().second)) << m_service.log().toStdString();
         m_reply_key = unique_name("reply");
         m_replies = std::make_unique<probe>(QStringList{m_reply_key});
         ASSERT_TRUE(m_replies->wait_ready());
