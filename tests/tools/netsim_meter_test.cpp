@@ -203,6 +203,21 @@ TEST(NetsimFleet, TimeGoingBackChangesNoCounter) {
     EXPECT_EQ(fleet.last_readings(0)["energy"], energy);
 }
 
+TEST(NetsimFleet, UplinksLessThanASecondApart) {
+    netsim::meter_fleet fleet(2, 4);
+    for (int index : {0, 1}) {
+        fleet.next_uplink(index, winter_start);
+        const QMap<QString, double> first = fleet.last_readings(index);
+        for (int i = 1; i <= 20; ++i) {
+            fleet.next_uplink(index, winter_start.addMSecs(300 * i));
+        }
+        const QString counter = index == 0 ? "operating_time" : "on_time";
+        EXPECT_EQ(fleet.last_readings(index)[counter], first[counter]);
+        fleet.next_uplink(index, winter_start.addSecs(2 * 3600));
+        EXPECT_EQ(fleet.last_readings(index)[counter], first[counter] + 2 * 3600.0);
+    }
+}
+
 TEST(NetsimFleet, SameSeedSameMessagesOtherSeedOthers) {
     netsim::meter_fleet a(3, 42);
     netsim::meter_fleet b(3, 42);

@@ -11,8 +11,8 @@ namespace {
 
 // Water's volumetric heat capacity: W per (m3/h) and K.
 constexpr double heat_capacity = 1163.0;
-// Integration step for long gaps, so that the daily pattern is followed.
-constexpr qint64 max_step_s = 3600;
+// Integration step (ms) for long gaps, so that the daily pattern is followed.
+constexpr qint64 max_step_ms = 3600 * 1000;
 
 QDate month_start(const QDate& d) {
     return QDate(d.year(), d.month(), 1);
@@ -45,11 +45,11 @@ heat_meter::load heat_meter::nominal(const QDateTime& t) const {
 void heat_meter::integrate(const QDateTime& from, const QDateTime& to) {
     QDateTime at = from;
     while (at < to) {
-        const qint64 step = std::min(max_step_s, at.secsTo(to));
-        const QDateTime middle = at.addSecs(step / 2);
+        const qint64 step = std::min(max_step_ms, at.msecsTo(to));
+        const QDateTime middle = at.addMSecs(step / 2);
         const load l = nominal(middle);
-        const double hours = step / 3600.0;
-        const QDateTime next = at.addSecs(step);
+        const double hours = step / 3600000.0;
+        const QDateTime next = at.addMSecs(step);
         if (month_start(next.toUTC().date()) != m_due_date) {
             // A new month began: the due-date reading is the energy at its start.
             m_due_date = month_start(next.toUTC().date());
@@ -57,7 +57,7 @@ void heat_meter::integrate(const QDateTime& from, const QDateTime& to) {
         }
         m_energy_wh += l.power_w * hours;
         m_volume_m3 += l.flow_m3h * hours;
-        m_operating_s += step;
+        m_operating_s += step / 1000.0;
         at = next;
     }
 }

@@ -10,7 +10,7 @@ namespace netsim {
 
 namespace {
 
-constexpr qint64 max_step_s = 3600;
+constexpr qint64 max_step_ms = 3600 * 1000;
 
 // Share of a day's consumption in each hour (UTC), relative.
 constexpr double hour_weights[24] = {0.2, 0.1, 0.1, 0.1, 0.2, 0.6, 1.8, 2.2, 1.5, 0.9, 0.8, 0.9,
@@ -64,14 +64,14 @@ void water_meter::advance(const QDateTime& t) {
     }
     QDateTime at = m_last;
     while (at < t) {
-        const qint64 step = std::min(max_step_s, at.secsTo(t));
-        const QDateTime next = at.addSecs(step);
+        const qint64 step = std::min(max_step_ms, at.msecsTo(t));
+        const QDateTime next = at.addMSecs(step);
         if (month_start(next.toUTC().date()) != m_due_date) {
             m_due_date = month_start(next.toUTC().date());
             m_due_volume_m3 = m_volume_m3;
         }
-        m_volume_m3 += mean_rate(at.addSecs(step / 2)) * step / 3600.0 * m_random.uniform(0.5, 1.5);
-        m_on_time_s += step;
+        m_volume_m3 += mean_rate(at.addMSecs(step / 2)) * step / 3600000.0 * m_random.uniform(0.5, 1.5);
+        m_on_time_s += step / 1000.0;
         at = next;
     }
     m_last = t;
