@@ -24,6 +24,9 @@ public:
     // or the time-out; true with the response's whole envelope.
     bool send(const QString& routing_key, int timeout_ms, QJsonObject* response);
 
+Q_SIGNALS:
+    void answered();
+
 private:
     void on_received(const QByteArray& payload, const QString& routing_key);
 
@@ -33,9 +36,6 @@ private:
     QString m_cmd_id;
     QJsonObject m_response;
     bool m_answered = false;
-
-Q_SIGNALS:
-    void answered();
 };
 
 }  // namespace cli
