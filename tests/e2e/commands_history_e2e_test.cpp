@@ -385,6 +385,39 @@ TEST_P(HistoryCommands, SettingsAndCalibrationsRoundTripThroughTheDriver) {
     EXPECT_EQ(call("write_calib", QJsonObject{{"settings", QJsonObject()}}), fail);
 }
 
+// Both the request and its response are larger than one AMQP frame (128 KiB by default).
+TEST_P(HistoryCommands, SettingLargerThanAFrameTravelsBothWays) {
+    const QString m0 = key_of(modem(0));
+    QString blob(400000, QChar('x'));
+    blob[0] = 'a';
+    blob[blob.size() - 1] = 'z';
+    EXPECT_EQ(
+        call("write_setting", QJsonObject{{"settings", QJsonObject{{m0, QJsonObject{{"blob", blob}}}}}}),
+        (QJsonObject{{m0, "ok"}}));
+    const QJsonObject read = call("read_setting", QJsonObject{{"modem_id", ids({modem(0)})}});
+    EXPECT_EQ(read.value(m0).toObject().value("blob").toString(), blob);
+}
+
+TEST_P(HistoryCommands, TextsBeyondAsciiKeepTheirCharacters) {
+    const QString m0 = key_of(modem(0));
+    const QString text = QString::fromUtf8("Zürich 20 °C, 5 € \xe2\x9c\x93");
+    EXPECT_EQ(
+        call("write_setting", QJsonObject{{"settings", QJsonObject{{m0, QJsonObject{{"place", text}}}}}}),
+        (QJsonObject{{m0, "ok"}}));
+    EXPECT_EQ(
+        call("read_setting", QJsonObject{{"modem_id", ids({modem(0)})}, {"settings", QJsonArray{"place"}}}),
+        (QJsonObject{{m0, QJsonObject{{"place", text}}}}));
+    const QJsonObject description =
+        call("get_metadata", QJsonObject{{"hw_type", "X"}, {"protocol", "proto7"}});
+    QString unit;
+    for (const QJsonValue& entry : description) {
+        if (entry.toObject().value("name").toString() == "flow_temperature") {
+            unit = entry.toObject().value("unit").toString();
+        }
+    }
+    EXPECT_EQ(unit, QString::fromUtf8("°C"));
+}
+
 TEST_P(HistoryCommands, ReparseResetsTheStateKeepingCalibrationsAndRequestsHistory) {
     const QString m0 = key_of(modem(0));
     const QString m1 = key_of(modem(1));

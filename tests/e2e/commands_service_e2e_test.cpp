@@ -284,6 +284,13 @@ TEST_P(ServiceCommands, GetMetadataPerHardwareType) {
               (QJsonObject{{"k", QJsonObject{{"y", 2}}}, {"other", 3}}));
     EXPECT_EQ(call("get_metadata", QJsonObject{{"hw_type", "k"}, {"protocol", "proto7"}, {"app_id", "2"}}),
               (QJsonObject{{"y", 2}}));
+    // File names are compared case-sensitively, and only names listed in the directory
+    // are opened.
+    EXPECT_EQ(call("get_metadata", QJsonObject{{"hw_type", "X"}, {"protocol", "proto7"}, {"app_id", "APP1"}}),
+              QJsonObject());
+    EXPECT_EQ(
+        call("get_metadata", QJsonObject{{"hw_type", "X"}, {"protocol", "proto7"}, {"app_id", "../x/app1"}}),
+        QJsonObject());
     // No such file, a malformed file, a protocol of another driver, a missing key.
     EXPECT_EQ(call("get_metadata", QJsonObject{{"hw_type", "X"}, {"protocol", "proto7"}, {"app_id", "none"}}),
               QJsonObject());
