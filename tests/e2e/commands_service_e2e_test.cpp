@@ -162,6 +162,29 @@ TEST_P(ServiceCommands, DeliveriesThatAreNoCommandsGetNoResponse) {
     EXPECT_TRUE(m_service.running());
 }
 
+// A burst of commands, some of them failing, is served one at a time in arrival order:
+// every good one answered once, the failing ones not at all.
+TEST_P(ServiceCommands, BurstOfCommandsIsAnsweredInArrivalOrder) {
+    m_replies->clear();
+    QStringList expected;
+    for (int i = 0; i < 30; ++i) {
+        const bool bad = i % 7 == 3;
+        const QJsonObject request = e2e::command(bad ? "no_such_command" : (i % 2 ? "get_info" : "get_roll"),
+                                                 QJsonObject{{"modem_id", ids({modem(0)})}}, m_reply_key);
+        if (!bad) {
+            expected << request.value("cmd_id").toString();
+        }
+        m_sender->publish(m_service.command_key(), request);
+    }
+    ASSERT_TRUE(m_replies->wait_for(size_t(expected.size()))) << m_replies->messages().size();
+    QStringList answered;
+    for (const e2e::received& message : m_replies->messages()) {
+        answered << message.json().value("cmd_id").toString();
+    }
+    EXPECT_EQ(answered, expected);
+    EXPECT_EQ(m_service.log().count("no_such_command does not exist"), 4);
+}
+
 // Every command but exit, with a body that is no object: each one reads it as an empty
 // body and answers; those with a mandatory key answer {"status": "fail"}.
 TEST_P(ServiceCommands, BodyThatIsNoObjectReadsAsAnEmptyBody) {
