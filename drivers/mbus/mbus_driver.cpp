@@ -127,6 +127,13 @@ void MbusDriver::extract_roll(model::per_modem<model::ul_message>& out, const mo
     }
 }
 
+namespace {
+// A limit of 0 means no limit, as in the stores.
+bool has_room(size_t count, int limit) {
+    return limit <= 0 || count < static_cast<size_t>(limit);
+}
+}  // namespace
+
 model::per_modem<model::ul_message> MbusDriver::roll_for(const model::value_query& query) const {
     if (!m_messages) {
         throw std::runtime_error("mbus driver: no messages store to extract from");
@@ -149,7 +156,7 @@ void MbusDriver::extract_values(model::per_modem<model::dev_value>& out, const m
         for (const model::ul_message& m : messages) {
             for (const model::eav_record& r : explode(m)) {
                 const auto* v = std::get_if<model::dev_value>(&r);
-                if (v == nullptr || int(list.size()) >= query.limit) {
+                if (v == nullptr || !has_room(list.size(), query.limit)) {
                     continue;
                 }
                 if ((query.obis_codes.isEmpty() || query.obis_codes.contains(v->obis_code)) &&
@@ -172,7 +179,7 @@ void MbusDriver::extract_events(model::per_modem<model::dev_event>& out, const m
             }
             for (const model::eav_record& r : explode(m)) {
                 const auto* e = std::get_if<model::dev_event>(&r);
-                if (e != nullptr && int(list.size()) < query.limit) {
+                if (e != nullptr && has_room(list.size(), query.limit)) {
                     list.push_back(*e);
                 }
             }

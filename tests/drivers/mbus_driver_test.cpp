@@ -250,6 +250,19 @@ TEST_F(MbusDriverTest, ExtractDecodesStoredUplinksAgain) {
     model::per_modem<model::dev_event> events;
     m_driver->extract_events(events, q);
     ASSERT_EQ(events[9].size(), 3u);  // flags bits 0 and 1, power low
+
+    // A limit caps the records per modem; 0 means no limit, as in the stores.
+    q.limit = 1;
+    values.clear();
+    m_driver->extract_values(values, q);
+    EXPECT_EQ(values[9].size(), 1u);
+    q.limit = 0;
+    values.clear();
+    m_driver->extract_values(values, q);
+    EXPECT_EQ(values[9].size(), 3u);
+    events.clear();
+    m_driver->extract_events(events, q);
+    EXPECT_EQ(events[9].size(), 3u);
 }
 
 TEST_F(MbusDriverTest, MetadataDescribesQuantitiesEventsAndControls) {
