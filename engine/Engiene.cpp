@@ -118,6 +118,10 @@ void Engiene::afterAccepted(const controller_event& event) {
 
 void Engiene::accept(const QJsonObject& message, quint64 deliveryTag) {
     m_receiver->ack_message(deliveryTag, false);
+    // The line holds the whole message: not even built when the level leaves it out.
+    if (m_log.level() < Info) {
+        return;
+    }
     log_line(m_log, Info) << "instance: " << QString::number(m_config.position)
                           << " message tag: " << static_cast<uint64_t>(deliveryTag)
                           << " accepted: " << compact(message);
