@@ -90,7 +90,10 @@ void rabbit_publisher_impl::publish_string(QByteArray string, QByteArray routing
     // The routing key ends at its first NUL byte.
     const int nul = routing_key.indexOf('\0');
     const QByteArray key = nul >= 0 ? routing_key.left(nul) : routing_key;
-    log_line(d.log, Debug) << "Publishing :" << string << " To route : " << key
-                           << ", MIME type : " << mimeType;
+    // The line holds the whole payload: not even built when the level leaves it out.
+    if (d.log.level() >= Debug) {
+        log_line(d.log, Debug) << "Publishing :" << string << " To route : " << key
+                               << ", MIME type : " << mimeType;
+    }
     d.exchange->publish(string, key, mimeType);
 }
