@@ -42,6 +42,23 @@ double cpu_seconds(pid_t pid) {
     return (fields[11].toDouble() + fields[12].toDouble()) / ticks;
 }
 
+double run_queue_wait_seconds(pid_t pid) {
+    if (pid <= 0) {
+        return 0.0;
+    }
+    double waited_ns = 0;
+    const QStringList tasks =
+        QDir(QString("/proc/%1/task").arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& task : tasks) {
+        QFile file(QString("/proc/%1/task/%2/schedstat").arg(pid).arg(task));
+        if (file.open(QIODevice::ReadOnly)) {
+            // on-CPU time, run-queue time, time slices; in nanoseconds
+            waited_ns += file.readAll().split(' ').value(1).toDouble();
+        }
+    }
+    return waited_ns / 1e9;
+}
+
 double resident_mib(pid_t pid) {
     return pid > 0 ? status_kib(pid, "VmRSS") / 1024.0 : 0.0;
 }

@@ -7,7 +7,10 @@
 namespace bench {
 
 // Figures of a running process read from /proc; 0 when it cannot be read.
-double cpu_seconds(pid_t pid);        // user + system time so far
+double cpu_seconds(pid_t pid);  // user + system time so far
+// Time that the process's threads were ready to run but waited for a processor (the
+// run queue), summed over its threads; a large figure means the machine was busy.
+double run_queue_wait_seconds(pid_t pid);
 double resident_mib(pid_t pid);       // VmRSS
 double peak_resident_mib(pid_t pid);  // VmHWM
 

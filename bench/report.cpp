@@ -36,6 +36,11 @@ void print_uplinks(QTextStream& out, const bench_report& report) {
         per_thousand(s.consumer_cpu_s, s.uplinks));
     row(out, "broker CPU s per 1000 uplinks", per_thousand(p.broker_cpu_s, p.uplinks),
         per_thousand(s.broker_cpu_s, s.uplinks));
+    row(out, "consumer run-queue wait, share of the run",
+        number(100.0 * p.consumer_wait_s / std::max(p.seconds, 1e-9), 0) + "%",
+        number(100.0 * s.consumer_wait_s / std::max(s.seconds, 1e-9), 0) + "%");
+    row(out, "broker run-queue wait s per 1000 uplinks", per_thousand(p.broker_wait_s, p.uplinks),
+        per_thousand(s.broker_wait_s, s.uplinks));
     row(out, "consumer resident MiB: start", number(p.rss_start_mib), number(s.rss_start_mib));
     row(out, "  after a tenth of the uplinks", number(p.rss_warm_mib), number(s.rss_warm_mib));
     row(out, "  end", number(p.rss_end_mib), number(s.rss_end_mib));

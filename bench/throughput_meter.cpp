@@ -73,6 +73,8 @@ void throughput_meter::sample_start(int64_t arrival_us) {
     m_cpu_consumer_start = cpu_seconds(m_consumer_pid);
     m_cpu_broker_start = cpu_seconds(m_broker_pid);
     m_result.rss_start_mib = resident_mib(m_consumer_pid);
+    m_wait_consumer_start = run_queue_wait_seconds(m_consumer_pid);
+    m_wait_broker_start = run_queue_wait_seconds(m_broker_pid);
 }
 
 void throughput_meter::sample_end(int64_t arrival_us) {
@@ -80,6 +82,8 @@ void throughput_meter::sample_end(int64_t arrival_us) {
     m_result.consumer_cpu_s = cpu_seconds(m_consumer_pid) - m_cpu_consumer_start;
     m_result.broker_cpu_s = m_broker_pid > 0 ? cpu_seconds(m_broker_pid) - m_cpu_broker_start : 0.0;
     m_result.rss_end_mib = resident_mib(m_consumer_pid);
+    m_result.consumer_wait_s = run_queue_wait_seconds(m_consumer_pid) - m_wait_consumer_start;
+    m_result.broker_wait_s = run_queue_wait_seconds(m_broker_pid) - m_wait_broker_start;
     m_result.rss_peak_mib = peak_resident_mib(m_consumer_pid);
 }
 

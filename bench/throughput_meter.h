@@ -21,6 +21,8 @@ struct throughput_result {
     double uplinks_per_s = 0;
     double consumer_cpu_s = 0;
     double broker_cpu_s = 0;
+    double consumer_wait_s = 0;  // ready to run, waiting for a processor
+    double broker_wait_s = 0;
     double rss_start_mib = 0;  // consumer, at its first client message
     double rss_warm_mib = 0;   // after a tenth of the uplinks
     double rss_end_mib = 0;
@@ -58,6 +60,8 @@ private:
     int64_t m_last_us = 0;
     double m_cpu_consumer_start = 0;
     double m_cpu_broker_start = 0;
+    double m_wait_consumer_start = 0;
+    double m_wait_broker_start = 0;
     throughput_result m_result;
     capture m_capture;
 };

@@ -27,7 +27,7 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption exchange("exchange", "Client exchange (default norvik.api).", "NAME",
                                       "norvik.api");
     const QCommandLineOption profile("profile", "Publication profile (JSON).", "FILE");
-    const QCommandLineOption log_file("log", "Log file (default: none).", "FILE");
+    const QCommandLineOption log_file("log", "Log file for errors (default: none).", "FILE");
     parser.addOptions({url, vhost, queue, bindings, options, prefetch, exchange, profile, log_file});
     parser.process(app);
 
@@ -45,8 +45,7 @@ int main(int argc, char* argv[]) {
     }
 
     const bool with_log = parser.isSet(log_file);
-    logger log(with_log ? parser.value(log_file) : QString(), with_log ? Debug : Off,
-               "passthrough");
+    logger log(with_log ? parser.value(log_file) : QString(), with_log ? Error : Off, "passthrough");
     rabbit_receiver_cfg uplinks;
     uplinks.url = parser.value(url);
     uplinks.vhost = parser.value(vhost);
