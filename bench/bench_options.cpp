@@ -36,6 +36,7 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     const QCommandLineOption quick("quick", "Tiny counts for a smoke run (explicit counts still apply).");
     const QCommandLineOption uplinks("uplinks", "Uplinks preloaded for each consumer (default 20000).", "N");
     const QCommandLineOption modems("modems", "Modems of the uplink fleet (default 1000).", "N");
+    const QCommandLineOption clients("clients", "Client applications per modem (default 1).", "N");
     const QCommandLineOption sample("sample", "Uplinks that calibrate the pass-through (default 100).", "N");
     const QCommandLineOption latency("latency-seconds", "Length of the latency run (default 10).", "S");
     const QCommandLineOption rows("rows", "Value rows of the store benchmark (default 1000000).", "N");
@@ -46,8 +47,8 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     const QCommandLineOption no_store("no-store", "Skip the store benchmark.");
     const QCommandLineOption no_uplinks("no-uplinks", "Skip the uplink-path benchmark.");
     const QCommandLineOption stop_broker("stop-broker", "Stop the private broker if this run started it.");
-    parser.addOptions({help_option, url, quick, uplinks, modems, sample, latency, rows, store_modems, saves,
-                       queries, no_store, no_uplinks, stop_broker});
+    parser.addOptions({help_option, url, quick, uplinks, modems, clients, sample, latency, rows, store_modems,
+                       saves, queries, no_store, no_uplinks, stop_broker});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -73,14 +74,20 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     out.store = !parser.isSet(no_store);
     out.uplink_path = !parser.isSet(no_uplinks);
     out.stop_broker = parser.isSet(stop_broker);
-    return read_number(parser, uplinks, out.uplinks, message) &&
-           read_number(parser, modems, out.modems, message) &&
-           read_number(parser, sample, out.sample, message) &&
-           read_number(parser, latency, out.latency_s, message) &&
-           read_number(parser, rows, out.rows, message) &&
-           read_number(parser, store_modems, out.store_modems, message) &&
-           read_number(parser, saves, out.saves, message) &&
-           read_number(parser, queries, out.queries, message);
+    const bool read = read_number(parser, uplinks, out.uplinks, message) &&
+                      read_number(parser, modems, out.modems, message) &&
+                      read_number(parser, clients, out.clients, message) &&
+                      read_number(parser, sample, out.sample, message) &&
+                      read_number(parser, latency, out.latency_s, message) &&
+                      read_number(parser, rows, out.rows, message) &&
+                      read_number(parser, store_modems, out.store_modems, message) &&
+                      read_number(parser, saves, out.saves, message) &&
+                      read_number(parser, queries, out.queries, message);
+    if (read && out.clients < 1) {
+        message = "--clients: at least 1";
+        return false;
+    }
+    return read;
 }
 
 }  // namespace bench

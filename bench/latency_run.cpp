@@ -29,7 +29,7 @@ double percentile_ms(std::vector<int64_t>& sorted_us, double fraction) {
 }  // namespace
 
 latency_result measure_latency(uplink_sender& sender, client_drain& drain, uplink_feed& feed,
-                               const QString& route_key, double rate_per_s, uint64_t count) {
+                               const QString& route_key, double rate_per_s, uint64_t count, int clients) {
     latency_result result;
     result.offered_per_s = rate_per_s;
     if (rate_per_s <= 0 || count == 0) {
@@ -38,6 +38,7 @@ latency_result measure_latency(uplink_sender& sender, client_drain& drain, uplin
     }
     std::deque<open_uplink> open;
     std::vector<int64_t> latencies;
+    int rolls_of_oldest = 0;
     latencies.reserve(count);
     drain.on_message([&](const amqp::message& msg, int64_t arrival_us) {
         if (!msg.routing_key.contains(QLatin1String(".ul_roll.")) || open.empty()) {
@@ -46,6 +47,10 @@ latency_result measure_latency(uplink_sender& sender, client_drain& drain, uplin
         if (!msg.routing_key.endsWith('.' + open.front().modem)) {
             ++result.out_of_order;
         }
+        if (++rolls_of_oldest < clients) {
+            return;
+        }
+        rolls_of_oldest = 0;
         latencies.push_back(arrival_us - open.front().sent_us);
         open.pop_front();
     });

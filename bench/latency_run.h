@@ -23,9 +23,9 @@ struct latency_result {
 
 // Offers uplinks at a steady rate to a running consumer and measures, per uplink, the
 // time from its publication to the arrival of its last client message (its stored
-// message, which is published last). The consumer handles uplinks in order, so the
-// k-th stored message to arrive closes the k-th uplink sent.
+// message for its last client, which is published last). The consumer handles uplinks
+// in order, so every `clients` stored messages close the oldest uplink sent.
 latency_result measure_latency(uplink_sender& sender, client_drain& drain, uplink_feed& feed,
-                               const QString& route_key, double rate_per_s, uint64_t count);
+                               const QString& route_key, double rate_per_s, uint64_t count, int clients = 1);
 
 }  // namespace bench

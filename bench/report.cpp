@@ -25,8 +25,9 @@ void print_uplinks(QTextStream& out, const bench_report& report) {
     const throughput_result& p = u.passthrough;
     const throughput_result& s = u.service;
     out << "Uplink path: " << report.options.uplinks << " uplinks preloaded per consumer, "
-        << report.options.modems << " modems with one client each, " << number(u.messages_per_uplink)
-        << " client messages (" << number(u.bytes_per_uplink, 0) << " bytes) per uplink\n";
+        << report.options.modems << " modems with " << report.options.clients << " client(s) each, "
+        << number(u.messages_per_uplink) << " client messages (" << number(u.bytes_per_uplink, 0)
+        << " bytes) per uplink\n";
     row(out, "", "pass-through", "service");
     row(out, "uplinks per second", number(p.uplinks_per_s, 0), number(s.uplinks_per_s, 0));
     row(out, "client messages per second", number(p.messages / std::max(p.seconds, 1e-9), 0),

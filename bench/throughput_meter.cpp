@@ -7,13 +7,13 @@
 
 namespace bench {
 
-throughput_meter::throughput_meter(client_drain& drain, pid_t broker_pid)
-    : m_drain(drain), m_broker_pid(broker_pid) {}
+throughput_meter::throughput_meter(client_drain& drain, pid_t broker_pid, int clients)
+    : m_drain(drain), m_broker_pid(broker_pid), m_clients(uint64_t(qMax(1, clients))) {}
 
-throughput_result throughput_meter::run(uint64_t rolls_expected, const std::function<pid_t()>& start_consumer,
+throughput_result throughput_meter::run(uint64_t uplinks, const std::function<pid_t()>& start_consumer,
                                         const capture& on_message, int stall_ms) {
     m_result = throughput_result{};
-    m_expected = rolls_expected;
+    m_expected = uplinks * m_clients;
     m_rolls = m_messages = m_bytes = 0;
     m_first_us = m_last_us = 0;
     m_capture = on_message;
@@ -30,19 +30,19 @@ throughput_result throughput_meter::run(uint64_t rolls_expected, const std::func
     while (m_rolls < m_expected) {
         wait_until([this] { return m_rolls >= m_expected; }, stall_ms);
         if (m_rolls < m_expected && (m_messages == seen || ::kill(m_consumer_pid, 0) != 0)) {
-            m_result.error = QString("stalled after %1 of %2 uplinks").arg(m_rolls).arg(m_expected);
+            m_result.error = QString("stalled after %1 of %2 uplinks").arg(m_rolls / m_clients).arg(uplinks);
             break;
         }
         seen = m_messages;
     }
     m_drain.on_message({});
-    m_result.uplinks = m_rolls;
+    m_result.uplinks = m_rolls / m_clients;
     m_result.messages = m_messages;
     m_result.bytes = m_bytes;
     m_result.complete = m_rolls >= m_expected;
     if (m_last_us > m_first_us) {
         m_result.seconds = double(m_last_us - m_first_us) / 1e6;
-        m_result.uplinks_per_s = double(m_rolls) / m_result.seconds;
+        m_result.uplinks_per_s = double(m_result.uplinks) / m_result.seconds;
     }
     return m_result;
 }

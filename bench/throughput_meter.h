@@ -31,17 +31,17 @@ struct throughput_result {
 
 // Watches one consumer empty a preloaded uplink queue, from the client side: every
 // uplink ends with its stored message ("ul_roll") for each client, so the run is over
-// when as many of those as uplinks (times clients) have arrived. CPU and memory are
+// when uplinks times clients of those have arrived. CPU and memory are
 // sampled at the first client message and at the last.
 class throughput_meter {
 public:
     using capture = std::function<void(const amqp::message&)>;
 
-    throughput_meter(client_drain& drain, pid_t broker_pid);
+    throughput_meter(client_drain& drain, pid_t broker_pid, int clients = 1);
 
     // Starts the consumer (returning its process id, 0 on failure) and waits until the
     // consumer has handled `uplinks` or has made no progress for `stall_ms`.
-    throughput_result run(uint64_t rolls_expected, const std::function<pid_t()>& start_consumer,
+    throughput_result run(uint64_t uplinks, const std::function<pid_t()>& start_consumer,
                           const capture& on_message = {}, int stall_ms = 30000);
 
 private:
@@ -51,6 +51,7 @@ private:
 
     client_drain& m_drain;
     pid_t m_broker_pid;
+    uint64_t m_clients;
     pid_t m_consumer_pid = 0;
     uint64_t m_expected = 0;
     uint64_t m_rolls = 0;

@@ -28,10 +28,10 @@ QString bindings_text(const amqp_bindings& bindings) {
     return items.join(',');
 }
 
-// Every modem of the fleet with one client.
-void register_fleet(service_instance& service, const uplink_feed& feed, const QString& client) {
+// Every modem of the fleet with the same clients.
+void register_fleet(service_instance& service, const uplink_feed& feed, const QStringList& clients) {
     for (int modem : feed.modem_ids()) {
-        service.register_modem(modem, uplink_feed::protocol(), feed.hw_type(modem), {client});
+        service.register_modem(modem, uplink_feed::protocol(), feed.hw_type(modem), clients);
     }
 }
 
@@ -40,10 +40,14 @@ void register_fleet(service_instance& service, const uplink_feed& feed, const QS
 uplink_bench::uplink_bench(logger& log, const broker& target, const bench_options& options)
     : m_log(log), m_target(target), m_options(options) {
     const QString run = token();
-    m_client = "bench_client_" + run;
-    m_marker_key = m_client + ".bench.marker";
+    QStringList keys;
+    for (int i = 0; i < qMax(1, options.clients); ++i) {
+        m_clients << QString("bench_client%1_%2").arg(i).arg(run);
+        keys << m_clients.last() + ".#";
+    }
+    m_marker_key = m_clients.first() + ".bench.marker";
     m_admin = std::make_unique<broker_admin>(log, target);
-    m_drain = std::make_unique<client_drain>(log, target, "norvik.api", QStringList{m_client + ".#"});
+    m_drain = std::make_unique<client_drain>(log, target, "norvik.api", keys);
     m_sender = std::make_unique<uplink_sender>(log, target);
 }
 
@@ -73,7 +77,7 @@ uplink_bench_result uplink_bench::run() {
 bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString& error) {
     service_instance service(m_target.url);
     uplink_feed feed(m_options.modems, first_modem);
-    register_fleet(service, feed, m_client);
+    register_fleet(service, feed, m_clients);
     const rabbit_receiver_cfg queue = service.uplink_queue();
     if (!m_admin->declare(queue.queue, queue.queue_options, queue.bindings) ||
         !preload(*m_sender, *m_drain, m_marker_key, feed, uint64_t(m_options.sample),
@@ -82,13 +86,16 @@ bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString&
         return false;
     }
     passthrough::uplink_publication current;
-    throughput_meter meter(*m_drain, m_target.pid);
+    int rolls = 0;
+    throughput_meter meter(*m_drain, m_target.pid, m_clients.size());
     const throughput_result run = meter.run(
         uint64_t(m_options.sample), [&service] { return service.start() ? service.pid() : pid_t(0); },
         [&](const amqp::message& msg) {
             current.push_back(
                 {passthrough::publication_profile::stem_of(msg.routing_key), int(msg.payload.size())});
-            if (msg.routing_key.contains(QLatin1String(".ul_roll."))) {
+            // An uplink's publication ends with the stored message for its last client.
+            if (msg.routing_key.contains(QLatin1String(".ul_roll.")) && ++rolls == m_clients.size()) {
+                rolls = 0;
                 profile.add(std::move(current));
                 current.clear();
             }
@@ -123,12 +130,12 @@ throughput_result uplink_bench::run_passthrough(const passthrough::publication_p
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("QT_LOGGING_RULES", "*.debug=false");
     consumer.setProcessEnvironment(environment);
-    throughput_meter meter(*m_drain, m_target.pid);
+    throughput_meter meter(*m_drain, m_target.pid, m_clients.size());
     result = meter.run(m_options.uplinks, [&] {
-        consumer.start(
-            QCoreApplication::applicationDirPath() + "/quillon-passthrough",
-            {"--url", m_target.url, "--vhost", m_target.vhost, "--queue", queue, "--bindings",
-             bindings_text(bindings), "--queue-options", "2", "--prefetch", "10", "--profile", profile_path});
+        consumer.start(QCoreApplication::applicationDirPath() + "/quillon-passthrough",
+                       {"--url", m_target.url, "--vhost", m_target.vhost, "--queue", queue, "--bindings",
+                        bindings_text(bindings), "--queue-options", "2", "--prefetch", "10", "--profile",
+                        profile_path, "--log", m_dir.filePath("passthrough.log")});
         return consumer.waitForStarted(10000) ? pid_t(consumer.processId()) : pid_t(0);
     });
     if (consumer.state() == QProcess::Running) {
@@ -142,7 +149,7 @@ throughput_result uplink_bench::run_passthrough(const passthrough::publication_p
 void uplink_bench::run_service(uplink_bench_result& result) {
     service_instance service(m_target.url);
     uplink_feed feed(m_options.modems, first_modem);
-    register_fleet(service, feed, m_client);
+    register_fleet(service, feed, m_clients);
     const rabbit_receiver_cfg queue = service.uplink_queue();
     QString error;
     if (!m_admin->declare(queue.queue, queue.queue_options, queue.bindings) ||
@@ -151,7 +158,7 @@ void uplink_bench::run_service(uplink_bench_result& result) {
         result.error = "service: " + (error.isEmpty() ? m_admin->error() : error);
         return;
     }
-    throughput_meter meter(*m_drain, m_target.pid);
+    throughput_meter meter(*m_drain, m_target.pid, m_clients.size());
     result.service =
         meter.run(m_options.uplinks, [&service] { return service.start() ? service.pid() : pid_t(0); });
     if (!result.service.complete) {
@@ -159,7 +166,8 @@ void uplink_bench::run_service(uplink_bench_result& result) {
     } else {
         const double rate = result.service.uplinks_per_s / 2.0;
         const uint64_t count = qMax<uint64_t>(20, uint64_t(rate * m_options.latency_s));
-        result.latency = measure_latency(*m_sender, *m_drain, feed, service.uplink_route_key(), rate, count);
+        result.latency = measure_latency(*m_sender, *m_drain, feed, service.uplink_route_key(), rate, count,
+                                         m_clients.size());
         result.rss_after_latency_mib = resident_mib(service.pid());
         if (!result.latency.complete) {
             result.error = "latency: " + result.latency.error;

@@ -44,7 +44,7 @@ private:
     logger& m_log;
     broker m_target;
     bench_options m_options;
-    QString m_client;
+    QStringList m_clients;  // of every modem
     QString m_marker_key;
     QTemporaryDir m_dir;
     std::unique_ptr<broker_admin> m_admin;
