@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr int connect_timeout_ms = 30000;
 constexpr int progress_every_ms = 5000;
 
 QTextStream& err() {
@@ -68,14 +67,14 @@ netsim_app::netsim_app(const netsim_options& options, QObject* parent) : QObject
 netsim_app::~netsim_app() = default;
 
 int netsim_app::run() {
-    m_connect_deadline.start(connect_timeout_ms);
+    m_connect_deadline.start(m_options.connect_timeout_s * 1000);
     return QCoreApplication::exec();
 }
 
 void netsim_app::on_connect_timeout() {
     err() << "quillon-netsim: no answer from the broker at " << mask_url_password(m_options.url) << " (vhost "
           << m_options.vhost << ", exchange " << m_options.exchange << ") within "
-          << connect_timeout_ms / 1000 << " s\n";
+          << m_options.connect_timeout_s << " s\n";
     err().flush();
     m_ended = true;
     QCoreApplication::exit(1);

@@ -96,10 +96,16 @@ bool parse_netsim_options(const QStringList& arguments, netsim_options& options,
     const QCommandLineOption dl_delay("dl-delay",
                                       "Milliseconds between the reports of a downlink (default 200).", "MS");
     const QCommandLineOption seed("seed", "Seed of the simulation (default 1).", "N");
+    const QCommandLineOption connect_timeout(
+        "connect-timeout",
+        "Seconds to wait for the broker at start, then give up with exit "
+        "status 1 (default 30).",
+        "S");
     const QCommandLineOption log("log", "Write the broker connections' log to FILE (debug level).", "FILE");
     const QCommandLineOption quiet("quiet", "No progress lines.");
-    parser.addOptions({config, url, vhost, exchange, modems, first, rate, count, fast, heartbeat, instance,
-                       protocol, hw_type, duration, fault_ratio, dl_delay, seed, log, quiet});
+    parser.addOptions({config,      url,      vhost,     exchange,        modems,   first,   rate,
+                       count,       fast,     heartbeat, instance,        protocol, hw_type, duration,
+                       fault_ratio, dl_delay, seed,      connect_timeout, log,      quiet});
     if (!parser.parse(QStringList{"quillon-netsim"} + arguments)) {
         error = parser.errorText();
         return false;
@@ -135,6 +141,7 @@ bool parse_netsim_options(const QStringList& arguments, netsim_options& options,
         !read_int(parser, first, 0, options.first_modem, error) ||
         !read_int(parser, heartbeat, 0, options.heartbeat_every, error) ||
         !read_int(parser, dl_delay, 0, options.dl_delay_ms, error) ||
+        !read_int(parser, connect_timeout, 1, options.connect_timeout_s, error) ||
         !read_int(parser, seed, 0, seed_value, error) || !read_int(parser, count, 0, count_value, error) ||
         !read_double(parser, rate, 0, 1e6, false, options.rate, error) ||
         !read_double(parser, duration, 0, 1e9, false, options.duration_s, error) ||

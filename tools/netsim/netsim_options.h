@@ -20,6 +20,7 @@ struct netsim_options {
     double duration_s = 0;    // 0 = no limit
     double dl_fault_ratio = 0;
     int dl_delay_ms = 200;
+    int connect_timeout_s = 30;
     quint32 seed = 1;
     QString log_file;
     bool quiet = false;
