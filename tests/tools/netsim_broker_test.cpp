@@ -92,15 +92,18 @@ protected:
 };
 
 TEST_F(NetsimBroker, ServiceAcceptsTheUplinks) {
+    // A route key of their own: no other service on the broker takes these uplinks.
+    const QString route_key = e2e::unique_name("ul");
     e2e::service_process service;
+    service.set("GENERAL_SETTINGS", "R_UL_ROUTE_KEY", route_key);
     ASSERT_TRUE(service.start()) << service.log().toStdString();
     const int modem = unique_modem();
     e2e::probe published({QString("null.#.%1").arg(modem), QString("null.#.%1").arg(modem + 1)});
     ASSERT_TRUE(published.wait_ready());
 
     netsim_process netsim;
-    ASSERT_TRUE(
-        netsim.start({"--count", "5", "--fast", "--modems", "2", "--first-modem", QString::number(modem)}));
+    ASSERT_TRUE(netsim.start({"--count", "5", "--fast", "--modems", "2", "--first-modem",
+                              QString::number(modem), "--ul-route-key", route_key}));
     ASSERT_TRUE(netsim.wait_for_exit()) << netsim.standard_error().toStdString();
     EXPECT_EQ(netsim.exit_code(), 0);
     EXPECT_EQ(netsim.summary_value("uplinks"), 5) << netsim.standard_output().toStdString();

@@ -24,9 +24,10 @@ TEST(NetsimCommandLine, HelpDescribesEveryOption) {
     const run_result r = run({"--help"});
     EXPECT_EQ(r.exit_code, 0);
     for (const char* option :
-         {"--config", "--url", "--vhost", "--exchange", "--modems", "--first-modem", "--rate", "--count",
-          "--fast", "--heartbeat-every", "--instance", "--protocol", "--hw-type", "--duration",
-          "--dl-fault-ratio", "--dl-delay", "--seed", "--log", "--quiet"}) {
+         {"--config",         "--url",      "--vhost",        "--exchange", "--modems",
+          "--first-modem",    "--rate",     "--count",        "--fast",     "--heartbeat-every",
+          "--instance",       "--protocol", "--ul-route-key", "--hw-type",  "--duration",
+          "--dl-fault-ratio", "--dl-delay", "--seed",         "--log",      "--quiet"}) {
         EXPECT_TRUE(r.out.contains(option)) << option;
     }
 }

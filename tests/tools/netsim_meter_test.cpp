@@ -273,6 +273,7 @@ TEST(NetsimFleet, UplinkAndHeartbeatMessages) {
 
 TEST(NetsimFleet, UplinkRoutingKey) {
     EXPECT_EQ(netsim::uplink_routing_key(7, "marl2", "proto7"), "nc.0.ul.marl2.proto7.7");
+    EXPECT_EQ(netsim::uplink_routing_key(12, "a", "p", "up"), "nc.0.up.a.p.12");
 }
 
 }  // namespace

@@ -113,7 +113,7 @@ void command_responder::answer_downlink(const QJsonObject& data) {
 }
 
 void command_responder::report(int modem_id, const QString& status_id, const QString& type) {
-    publish(netsim::uplink_routing_key(modem_id, m_config.instance, m_config.protocol),
+    publish(netsim::uplink_routing_key(modem_id, m_config.instance, m_config.protocol, m_config.ul_route_key),
             {{"msg_type", type}, {"modem_id", modem_id}, {"status_id", status_id}});
 }
 

@@ -26,6 +26,7 @@ public:
         QString exchange = "norvik.api";
         QString instance = "marl2";
         QString protocol = "proto7";
+        QString ul_route_key = "ul";
         double fault_ratio = 0;  // share of downlinks that end with "dl_fault"
         int report_delay_ms = 200;
         quint32 seed = 1;

@@ -14,8 +14,9 @@ double rounded(double value, double step) {
 
 }  // namespace
 
-QString uplink_routing_key(int modem_id, const QString& instance, const QString& protocol) {
-    return QString("nc.0.ul.%1.%2.%3").arg(instance, protocol, QString::number(modem_id));
+QString uplink_routing_key(int modem_id, const QString& instance, const QString& protocol,
+                           const QString& route_key) {
+    return QString("nc.0.%1.%2.%3.%4").arg(route_key, instance, protocol, QString::number(modem_id));
 }
 
 struct meter_fleet::modem {

@@ -11,8 +11,10 @@
 namespace netsim {
 
 // "nc.0.ul.<instance>.<protocol>.<modem>": the key on which the network server
-// publishes a modem's uplinks (and its downlink reports).
-QString uplink_routing_key(int modem_id, const QString& instance, const QString& protocol);
+// publishes a modem's uplinks (and its downlink reports). A service configured with
+// another R_UL_ROUTE_KEY binds that word in place of "ul".
+QString uplink_routing_key(int modem_id, const QString& instance, const QString& protocol,
+                           const QString& route_key = QStringLiteral("ul"));
 
 // A fleet of simulated modems, each with one meter: modem_id = first_modem + index;
 // even indexes carry heat meters, odd ones water meters. Everything is reproducible

@@ -33,6 +33,7 @@ netsim_app::netsim_app(const netsim_options& options, QObject* parent) : QObject
     responder_cfg.exchange = options.exchange;
     responder_cfg.instance = options.instance;
     responder_cfg.protocol = options.protocol;
+    responder_cfg.ul_route_key = options.ul_route_key;
     responder_cfg.fault_ratio = options.dl_fault_ratio;
     responder_cfg.report_delay_ms = options.dl_delay_ms;
     responder_cfg.seed = options.seed;
@@ -42,6 +43,7 @@ netsim_app::netsim_app(const netsim_options& options, QObject* parent) : QObject
     uplink_sender::settings sender_cfg;
     sender_cfg.instance = options.instance;
     sender_cfg.protocol = options.protocol;
+    sender_cfg.ul_route_key = options.ul_route_key;
     sender_cfg.hw_type = options.hw_type;
     sender_cfg.modems = options.modems;
     sender_cfg.first_modem = options.first_modem;
@@ -84,7 +86,8 @@ void netsim_app::on_ready() {
     m_connect_deadline.stop();
     err() << "quillon-netsim: ready: " << m_options.modems << " modems from " << m_options.first_modem
           << " on "
-          << netsim::uplink_routing_key(m_options.first_modem, m_options.instance, m_options.protocol)
+          << netsim::uplink_routing_key(m_options.first_modem, m_options.instance, m_options.protocol,
+                                        m_options.ul_route_key)
           << " and on, commands from cmd.in.netcore\n";
     err().flush();
     m_clock.start();

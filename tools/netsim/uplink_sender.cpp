@@ -95,7 +95,9 @@ bool uplink_sender::publish(const QJsonObject& message, int modem_id) {
     // A link that is down is waited for up to a second; what still finds it down is lost.
     m_publisher.publish_string(
         QJsonDocument(message).toJson(QJsonDocument::Compact),
-        netsim::uplink_routing_key(modem_id, m_config.instance, m_config.protocol).toLatin1(), "text/plain");
+        netsim::uplink_routing_key(modem_id, m_config.instance, m_config.protocol, m_config.ul_route_key)
+            .toLatin1(),
+        "text/plain");
     if (!m_publisher.is_connected()) {
         ++m_counters.dropped;
         return false;

@@ -21,6 +21,7 @@ public:
     struct settings {
         QString instance = "marl2";
         QString protocol = "proto7";
+        QString ul_route_key = "ul";
         QString hw_type;  // empty: by meter type
         int modems = 10;
         int first_modem = 1;
