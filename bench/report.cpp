@@ -54,6 +54,7 @@ void print_uplinks(QTextStream& out, const bench_report& report) {
     row(out, "p50 ms", number(l.p50_ms, 2));
     row(out, "p99 ms", number(l.p99_ms, 2));
     row(out, "max ms", number(l.max_ms, 2));
+    row(out, "service run-queue wait, share of the run", number(100.0 * u.latency_wait_share, 0) + "%");
     row(out, "service resident MiB after it", number(u.rss_after_latency_mib));
     if (l.out_of_order > 0) {
         row(out, "stored messages out of order", QString::number(l.out_of_order));

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QProcess>
 #include <QUuid>
+#include <algorithm>
 #include <csignal>
 
 #include "bench/proc_stats.h"
@@ -166,9 +167,13 @@ void uplink_bench::run_service(uplink_bench_result& result) {
     } else {
         const double rate = result.service.uplinks_per_s / 2.0;
         const uint64_t count = qMax<uint64_t>(20, uint64_t(rate * m_options.latency_s));
+        const double waited = run_queue_wait_seconds(service.pid());
+        const int64_t started = now_us();
         result.latency = measure_latency(*m_sender, *m_drain, feed, service.uplink_route_key(), rate, count,
                                          m_clients.size());
         result.rss_after_latency_mib = resident_mib(service.pid());
+        result.latency_wait_share = (run_queue_wait_seconds(service.pid()) - waited) /
+                                    std::max(1e-9, double(now_us() - started) / 1e6);
         if (!result.latency.complete) {
             result.error = "latency: " + result.latency.error;
         }

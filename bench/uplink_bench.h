@@ -23,6 +23,7 @@ struct uplink_bench_result {
     throughput_result service;
     latency_result latency;
     double rss_after_latency_mib = 0;
+    double latency_wait_share = 0;  // of the service's time: ready to run, no processor
 };
 
 // The uplink path: a short calibration run of the service records what it publishes
