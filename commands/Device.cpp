@@ -18,10 +18,13 @@ QJsonObject Device::execute(const api_message& message) {
     });
 }
 
-// Only the last stored uplink is wanted, whatever limit the client sent.
+// Only the last stored uplink is wanted, whatever limit the client sent: one record,
+// the newest of the range.
 model::roll_query Device::read_query(QJsonObject body) const {
     body["limit"] = 1;
-    return query_readers::read_roll_query(body, *m_context);
+    model::roll_query query = query_readers::read_roll_query(body, *m_context);
+    query.fill = model::fill_latest;
+    return query;
 }
 
 QJsonObject Device::describe_modem(const model::roll_query& query, int modem_id) const {

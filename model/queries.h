@@ -16,6 +16,10 @@ constexpr int max_history_limit = 300000;
 template <class T>
 using per_modem = std::map<int, std::vector<T>>;
 
+// A roll query's "fill" asking for the newest `limit` records of the range instead of
+// the oldest; they still come in ascending time order.
+inline const char* const fill_latest = "last";
+
 // Query of the uplink history ("roll").
 struct roll_query {
     QList<int> modem_id;

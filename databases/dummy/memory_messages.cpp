@@ -25,8 +25,9 @@ void memory_uplinks::get_roll(model::per_modem<model::ul_message>& out, const mo
         }
     }
     out = memory_query::by_modem(hits, time_of);
+    const bool latest = query.fill == model::fill_latest;
     for (auto& [modem, list] : out) {
-        memory_query::apply_limit(list, query.limit);
+        memory_query::apply_limit(list, query.limit, latest);
     }
 }
 

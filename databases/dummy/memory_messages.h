@@ -8,7 +8,8 @@ class memory_uplinks : public interfaces::IUplinkStore {
 public:
     explicit memory_uplinks(memory_data& data) : m_data(data) {}
     void save(const model::ul_message& message) override;
-    // Range on timestamp, or on time_detected when the query says so; "fill" is ignored.
+    // Range on timestamp, or on time_detected when the query says so; with "fill" "last"
+    // the limit keeps the newest records instead of the oldest.
     void get_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) override;
     QList<int> modems() override;
     void device(std::pair<QString, QString>& out, int modem_id) override;

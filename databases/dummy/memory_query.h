@@ -28,9 +28,13 @@ inline bool selected(const QStringList& wanted, const QString& value) {
 
 // limit is the maximum number of records per modem; 0 (or less) means no limit.
 template <class T>
-void apply_limit(std::vector<T>& records, int limit) {
+void apply_limit(std::vector<T>& records, int limit, bool keep_latest = false) {
     if (limit > 0 && records.size() > static_cast<size_t>(limit)) {
-        records.resize(static_cast<size_t>(limit));
+        if (keep_latest) {
+            records.erase(records.begin(), records.end() - limit);
+        } else {
+            records.resize(static_cast<size_t>(limit));
+        }
     }
 }
 

@@ -1,4 +1,5 @@
 #include <QSqlQuery>
+#include <algorithm>
 
 #include "databases/sqlite/backend.h"
 #include "databases/sqlite/codec.h"
@@ -41,14 +42,16 @@ model::ul_message read_message(const QSqlQuery& q) {
 
 }  // namespace
 
-QString roll_query_sql(bool time_detected, int tags) {
-    // The column name and the filter are fixed texts; every value is bound.
+QString roll_query_sql(bool time_detected, int tags, bool latest) {
+    // The column name, the filter and the direction are fixed texts; every value is bound.
     const char* time_column = time_detected ? "time_detected" : "timestamp";
     const QString tag_filter = tags > 0 ? " AND " + in_filter("tag", "tag", tags) : QString();
+    const QString order =
+        latest ? QString("%1 DESC, id DESC").arg(time_column) : QString("%1, id").arg(time_column);
     return QString(
                "SELECT %1 FROM ul_messages WHERE modem_id = :modem%3 AND %2 BETWEEN :from AND :to"
-               " AND (ttl IS NULL OR ttl > :now) ORDER BY %2, id LIMIT :limit")
-        .arg(columns, time_column, tag_filter);
+               " AND (ttl IS NULL OR ttl > :now) ORDER BY %4 LIMIT :limit")
+        .arg(columns, time_column, tag_filter, order);
 }
 
 void uplink_store::save(const model::ul_message& m) {
@@ -84,7 +87,9 @@ void uplink_store::save(const model::ul_message& m) {
 }
 
 void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) {
-    QSqlQuery& q = m_db.statement(roll_query_sql(query.time_detected, query.tag.size()));
+    // "fill" "last": the newest records, read backwards through the index and turned round.
+    const bool latest = query.fill == model::fill_latest;
+    QSqlQuery& q = m_db.statement(roll_query_sql(query.time_detected, query.tag.size(), latest));
     const qint64 now = now_ms();
     for (int modem : query.modem_id) {
         q.bindValue(":modem", modem);
@@ -94,9 +99,17 @@ void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const mode
         bind_in(q, "tag", query.tag);
         q.bindValue(":limit", sql_limit(query.limit));
         m_db.run(q);
+        std::vector<model::ul_message>& list = out[modem];
+        const size_t first = list.size();
         while (q.next())
-            out[modem].push_back(read_message(q));
+            list.push_back(read_message(q));
         q.finish();
+        if (latest) {
+            std::reverse(list.begin() + static_cast<std::ptrdiff_t>(first), list.end());
+        }
+        if (list.empty()) {
+            out.erase(modem);
+        }
     }
 }
 

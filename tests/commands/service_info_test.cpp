@@ -166,6 +166,17 @@ TEST(Device, OwnModemsAreSupportedWithTheirStoredUplink) {
     EXPECT_EQ(one.value("last_roll").toObject().value("unique_id").toInt(), 77);
 }
 
+TEST(Device, LastRollIsTheNewestUplinkOfTheRange) {
+    CommandFixture f;
+    f.messages->ul().save(uplink(1, 76, 900));
+    f.messages->ul().save(uplink(1, 78, 1200));
+    f.messages->ul().save(uplink(1, 77, 1000));
+    const QJsonObject all = f.run("device", QJsonObject{{"modem_id", QJsonArray{1}}});
+    EXPECT_EQ(all.value("1").toObject().value("last_roll").toObject().value("unique_id").toInt(), 78);
+    const QJsonObject until = f.run("device", QJsonObject{{"modem_id", QJsonArray{1}}, {"to", 1100}});
+    EXPECT_EQ(until.value("1").toObject().value("last_roll").toObject().value("unique_id").toInt(), 77);
+}
+
 TEST(Device, TimeRangeOfTheBodyApplies) {
     CommandFixture f;
     f.messages->ul().save(uplink(1, 77, 1000));

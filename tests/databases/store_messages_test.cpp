@@ -78,6 +78,18 @@ TEST_P(StoreSuite, RollLimitIsPerModemAndTimeDetectedChoosesTheRangeField) {
     out = roll_of(query);
     EXPECT_EQ(ids_of(out, unique_id), (id_map{{20, {1, 2, 3, 4, 5}}, {21, {30}}}));
 
+    // "fill" "last": the newest records of the range, still in ascending time.
+    query.fill = model::fill_latest;
+    query.limit = 2;
+    out = roll_of(query);
+    EXPECT_EQ(ids_of(out, unique_id), (id_map{{20, {4, 5}}, {21, {30}}}));
+    query.limit = 1;
+    query.to = at(3);
+    out = roll_of(query);
+    EXPECT_EQ(ids_of(out, unique_id), (id_map{{20, {3}}, {21, {30}}}));  // 21's only uplink is at 3
+    query.fill.clear();
+    query.to = at(100);
+
     // time_detected of uplinks 5, 4, 3: 101, 102, 103; ordered by that time.
     query = roll({20}, at(101), at(103));
     query.time_detected = true;
