@@ -54,8 +54,9 @@ private:
 };
 
 // The one-modem history query of the uplink store for a tag list of the given size
-// (0 = all tags); bound: :modem, :from, :to, :now, :limit and the tags (bind_in "tag").
-QString roll_query_sql(bool time_detected, int tags);
+// (0 = all tags), newest first when `latest`; bound: :modem, :from, :to, :now, :limit and
+// the tags (bind_in "tag").
+QString roll_query_sql(bool time_detected, int tags, bool latest = false);
 
 // Rows of a table, expired ones not yet purged included.
 qint64 row_count(backend& db, const QString& table);

@@ -216,12 +216,15 @@ TEST(SqliteFile, OneModemHistoryQueriesAreServedByIndexes) {
 
     raw_connection raw(path);
     // Every variant searches an index that leads with the modem; none scans the table.
-    for (bool detected : {false, true}) {
-        const QString plan = query_plan(raw, sqlite_db::roll_query_sql(detected, 0));
-        EXPECT_TRUE(plan.contains(detected ? "USING INDEX ul_modem_detected (modem_id=? AND time_detected>?"
-                                           : "USING INDEX ul_modem_time (modem_id=? AND timestamp>?"))
-            << plan.toStdString();
-        EXPECT_FALSE(plan.contains("TEMP B-TREE")) << plan.toStdString();  // already in time order
+    for (bool latest : {false, true}) {  // the newest records are read backwards through the same index
+        for (bool detected : {false, true}) {
+            const QString plan = query_plan(raw, sqlite_db::roll_query_sql(detected, 0, latest));
+            EXPECT_TRUE(plan.contains(detected
+                                          ? "USING INDEX ul_modem_detected (modem_id=? AND time_detected>?"
+                                          : "USING INDEX ul_modem_time (modem_id=? AND timestamp>?"))
+                << plan.toStdString();
+            EXPECT_FALSE(plan.contains("TEMP B-TREE")) << plan.toStdString();  // already in time order
+        }
     }
     QString plan = query_plan(raw, sqlite_db::roll_query_sql(false, 1));
     EXPECT_TRUE(plan.contains("USING INDEX ul_modem_tag_time (modem_id=? AND tag=?")) << plan.toStdString();
