@@ -41,6 +41,8 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     m_driver = m_builder.build(
         m_messages, m_eav, [this](const model::dl_message& message) { return sendDlmessage(message); },
         static_cast<int>(m_config.ul_dl_ttl), m_config.position);
+    m_driver_protocol = m_driver->type_name();
+    m_hw_pattern = QRegExp(m_driver->hw_pattern(), Qt::CaseInsensitive, QRegExp::RegExp);
     connect(m_receiver.get(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
     connect(&m_controller_timer, &QTimer::timeout, this, &Engiene::onControllerTick);
     m_controller_timer.setSingleShot(false);
@@ -144,7 +146,11 @@ void Engiene::logFailure(const QString& what, quint64 deliveryTag, const QJsonOb
 
 bool Engiene::isMine(int modem_id, const QString& protocol, const QString& hw_type) const {
     return ownership::instance_matches(modem_id, m_config.instances, m_config.position) &&
-           ownership::driver_accepts(*m_driver, protocol, hw_type);
+           driverAccepts(protocol, hw_type);
+}
+
+bool Engiene::driverAccepts(const QString& protocol, const QString& hw_type) const {
+    return protocol == m_driver_protocol && m_hw_pattern.exactMatch(hw_type);
 }
 
 void Engiene::onControllerTick() {

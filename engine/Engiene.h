@@ -2,6 +2,7 @@
 
 #include <QJsonObject>
 #include <QObject>
+#include <QRegExp>
 #include <QTimer>
 #include <memory>
 
@@ -66,6 +67,7 @@ private:
     void afterAccepted(const controller_event& event);
     void accept(const QJsonObject& message, quint64 deliveryTag);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
+    bool driverAccepts(const QString& protocol, const QString& hw_type) const;
     void storeModemState(int modem_id, const QJsonObject& json, const QJsonObject* heartbeat);
     void publishToClients(const model::ul_message& stored, const model::eav_list& records);
     void refreshDlStatuses(const model::ul_message& stored);
@@ -79,6 +81,9 @@ private:
     std::shared_ptr<interfaces::IDeviceClientsDatabase> m_clients;
     std::shared_ptr<interfaces::IDriverState> m_state;
     std::shared_ptr<interfaces::IDriver> m_driver;
+    // The driver's name and hardware pattern, fixed for the process: compiled once, not per message.
+    QString m_driver_protocol;
+    QRegExp m_hw_pattern;
     std::unique_ptr<rabbit_receiver> m_receiver;
     std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> m_publisher;
     std::unique_ptr<rabbit_api_man> m_api;

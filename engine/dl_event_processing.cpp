@@ -9,7 +9,7 @@ bool Engiene::processDlEvent(const model::dl_event& event) {
     }
     if (m_config.settings.check_is_mine) {
         const auto device = owner.device_of(event.modem_id);
-        if (!ownership::driver_accepts(*m_driver, device.first, device.second)) {
+        if (!driverAccepts(device.first, device.second)) {
             return false;
         }
     }
