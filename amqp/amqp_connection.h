@@ -111,6 +111,8 @@ private:
     bool check_reply(uint16_t channel, const char* what);
     bool check_status(int status, const char* what);
     void close_channel_after_broker(uint16_t channel, int code, const QString& text, bool log = true);
+    void cork();
+    void uncork();
 
     logger& m_log;
     url_parts m_url;
@@ -132,6 +134,10 @@ private:
     QElapsedTimer m_up_since;
     int m_failed_attempts = 0;
     bool m_drain_scheduled = false;
+    // Fire-and-forget writes (publish, ack, reject) of one turn of the event loop are
+    // held in the socket and leave together when control returns to the loop.
+    bool m_corked = false;
+    QTimer m_uncork_timer;
     QString m_last_error;
 
     QSet<uint16_t> m_open_channels;

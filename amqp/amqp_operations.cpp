@@ -177,6 +177,7 @@ uint16_t connection::open_channel() {
         log_line(m_log, Error) << "amqp: no free channel on " << display_url();
         return 0;
     }
+    uncork();  // the request must leave before its reply is awaited
     amqp_channel_open(m_state, channel);
     if (!check_reply(channel, "channel.open")) {
         return 0;
@@ -194,6 +195,7 @@ bool connection::declare_queue(uint16_t channel, const QString& name, int option
     table_builder args(m_log);
     const QByteArray queue_name = name.toUtf8();
     // No-wait (0x10) is not offered by the library's declare: the reply is awaited anyway.
+    uncork();  // the request must leave before its reply is awaited
     const auto* ok = amqp_queue_declare(m_state, channel, bytes_of(queue_name), options & 0x01 ? 1 : 0,
                                         options & 0x02 ? 1 : 0, options & 0x04 ? 1 : 0,
                                         options & 0x08 ? 1 : 0, args.build(arguments));
@@ -211,6 +213,7 @@ bool connection::declare_exchange(uint16_t channel, const QString& name, const Q
         m_last_error = "not connected";
         return false;
     }
+    uncork();  // the request must leave before its reply is awaited
     amqp_exchange_declare(m_state, channel, bytes_of(name.toUtf8()), bytes_of(type.toUtf8()), 0,
                           durable ? 1 : 0, 0, 0, amqp_empty_table);
     return check_reply(channel, "exchange.declare");
@@ -222,6 +225,7 @@ bool connection::bind_queue(uint16_t channel, const QString& queue, const QStrin
         m_last_error = "not connected";
         return false;
     }
+    uncork();  // the request must leave before its reply is awaited
     amqp_queue_bind(m_state, channel, bytes_of(queue.toUtf8()), bytes_of(exchange.toUtf8()),
                     bytes_of(key.toUtf8()), amqp_empty_table);
     return check_reply(channel, "queue.bind");
@@ -233,6 +237,7 @@ bool connection::set_qos(uint16_t channel, uint16_t prefetch_count, uint32_t pre
         return false;
     }
     // Per consumer (global false).
+    uncork();  // the request must leave before its reply is awaited
     amqp_basic_qos(m_state, channel, prefetch_size, prefetch_count, 0);
     return check_reply(channel, "basic.qos");
 }
@@ -243,6 +248,7 @@ bool connection::consume(uint16_t channel, const QString& queue, bool no_local, 
         m_last_error = "not connected";
         return false;
     }
+    uncork();  // the request must leave before its reply is awaited
     const auto* ok =
         amqp_basic_consume(m_state, channel, bytes_of(queue.toUtf8()), amqp_empty_bytes, no_local ? 1 : 0,
                            no_ack ? 1 : 0, exclusive ? 1 : 0, amqp_empty_table);
@@ -260,6 +266,7 @@ bool connection::cancel(uint16_t channel, const QString& consumer_tag) {
         m_last_error = "not connected";
         return false;
     }
+    uncork();  // the request must leave before its reply is awaited
     amqp_basic_cancel(m_state, channel, bytes_of(consumer_tag.toUtf8()));
     return check_reply(channel, "basic.cancel");
 }
@@ -269,6 +276,7 @@ bool connection::ack(uint16_t channel, uint64_t delivery_tag, bool multiple) {
         m_last_error = "not connected";
         return false;
     }
+    cork();
     return check_status(amqp_basic_ack(m_state, channel, delivery_tag, multiple ? 1 : 0), "basic.ack");
 }
 
@@ -277,6 +285,7 @@ bool connection::reject(uint16_t channel, uint64_t delivery_tag, bool requeue) {
         m_last_error = "not connected";
         return false;
     }
+    cork();
     return check_status(amqp_basic_reject(m_state, channel, delivery_tag, requeue ? 1 : 0), "basic.reject");
 }
 
@@ -293,6 +302,7 @@ bool connection::publish(uint16_t channel, const QString& exchange, const QByteA
         props.content_type = bytes_of(type);
     }
     const QByteArray exchange_name = exchange.toUtf8();
+    cork();
     return check_status(amqp_basic_publish(m_state, channel, bytes_of(exchange_name), bytes_of(routing_key),
                                            0, 0, &props, bytes_of(body)),
                         "basic.publish");
