@@ -251,6 +251,7 @@ void connection::teardown() {
     }
     m_open_channels.clear();
     m_partial.clear();
+    m_delivered_since_drained = false;
 }
 
 void connection::lose(const QString& reason, int reconnect_delay_ms) {
@@ -313,6 +314,10 @@ void connection::pump() {
         if (status == AMQP_STATUS_TIMEOUT) {
             // Nothing queued, nothing buffered, nothing on the socket.
             amqp_maybe_release_buffers(m_state);
+            if (m_delivered_since_drained) {
+                m_delivered_since_drained = false;
+                Q_EMIT drained();
+            }
             return;
         }
         if (status != AMQP_STATUS_OK) {

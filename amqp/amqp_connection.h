@@ -84,6 +84,8 @@ public:
     bool reject(uint16_t channel, uint64_t delivery_tag, bool requeue);
     bool publish(uint16_t channel, const QString& exchange, const QByteArray& routing_key,
                  const QByteArray& body, const QString& content_type);
+    // Sends what corked writes hold now.
+    void flush_writes() { uncork(); }
     bool channel_open(uint16_t channel) const { return m_open_channels.contains(channel); }
 
     // Closes the connection after a failure the broker will not get over by itself (a
@@ -94,6 +96,9 @@ Q_SIGNALS:
     void connected();
     void disconnected();
     void delivered(const amqp::message& msg);
+    // Everything the socket had has been read, and deliveries were among it: the end of
+    // a burst. Nothing else ran on this thread since those deliveries went out.
+    void drained();
     void channel_closed(uint16_t channel, int reply_code, const QString& reply_text);
     void consumer_cancelled(uint16_t channel, const QString& consumer_tag);
 
@@ -134,6 +139,7 @@ private:
     QElapsedTimer m_up_since;
     int m_failed_attempts = 0;
     bool m_drain_scheduled = false;
+    bool m_delivered_since_drained = false;
     // Fire-and-forget writes (publish, ack, reject) of one turn of the event loop are
     // held in the socket and leave together when control returns to the loop.
     bool m_corked = false;

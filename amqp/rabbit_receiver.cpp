@@ -49,6 +49,7 @@ rabbit_receiver::rabbit_receiver(logger& log, const rabbit_receiver_cfg& cfg, QO
     connect(client, &amqp::connection::disconnected, this, &rabbit_receiver::disconnected,
             Qt::DirectConnection);
     connect(client, &amqp::connection::connected, this, &rabbit_receiver::connected, Qt::DirectConnection);
+    connect(client, &amqp::connection::drained, this, &rabbit_receiver::drained, Qt::DirectConnection);
     // TLS: the peer is not verified unless a CA file is set on the transport.
     client->connect_to_host(m_impl->url);
     client->set_auto_reconnect(true);
@@ -148,6 +149,14 @@ void rabbit_receiver::stop() {
         return;
     }
     d.queue->cancel();
+}
+
+int rabbit_receiver::prefetch() const {
+    return m_impl->prefetch;
+}
+
+void rabbit_receiver::flush_settlements() {
+    m_impl->client->flush_writes();
 }
 
 void rabbit_receiver::messageReceived() {

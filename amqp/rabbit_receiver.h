@@ -29,6 +29,12 @@ public:
     virtual void ack_message(uint64_t delivery_tag, bool multiple);
     virtual void reject_message(uint64_t delivery_tag);
 
+    // The prefetch window: how many deliveries may be unsettled at once.
+    int prefetch() const;
+    // Sends acknowledgements and rejections made so far now, instead of when control
+    // returns to the event loop.
+    void flush_settlements();
+
     // The broker connection, for its settings (heartbeat, time-outs, CA file) before the
     // event loop runs, and for its state.
     amqp::connection& transport() const;
@@ -39,6 +45,9 @@ Q_SIGNALS:
     void data_received(QJsonObject json, uint64_t message_tag);
     void raw_data_received(QByteArray payload, uint64_t message_tag);
     void raw_routekey_data_received(QByteArray payload, QString routing_key, uint64_t message_tag);
+    // The deliveries that the broker had sent so far have all been signalled: a good
+    // moment to finish work gathered over several of them.
+    void drained();
 
 public Q_SLOTS:
     void stop();
