@@ -5,6 +5,7 @@
 #include <map>
 #include <utility>
 
+#include "interfaces/IWriteBatch.h"
 #include "model/queries.h"
 
 namespace interfaces {
@@ -29,6 +30,8 @@ public:
     virtual QString backend() const = 0;
 
     virtual IClientStore& clients_store() = 0;
+    // The back end's batch of writes, when it has one (shared by the objects of one back end).
+    virtual IWriteBatch* write_batch() { return nullptr; }
 };
 
 }  // namespace interfaces

@@ -8,6 +8,7 @@
 #include <memory>
 #include <variant>
 
+#include "interfaces/IWriteBatch.h"
 #include "model/dl_queues.h"
 
 namespace interfaces {
@@ -55,6 +56,8 @@ public:
     // Serialises queue updates of one modem while the returned guard lives.
     virtual std::shared_ptr<void> lock(int modem_id) = 0;
     virtual IQueueStore& queues() = 0;
+    // The back end's batch of writes, when it has one (shared by the objects of one back end).
+    virtual IWriteBatch* write_batch() { return nullptr; }
 };
 
 }  // namespace interfaces

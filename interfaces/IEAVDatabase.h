@@ -3,6 +3,7 @@
 #include <QList>
 #include <QString>
 
+#include "interfaces/IWriteBatch.h"
 #include "model/queries.h"
 #include "model/records.h"
 
@@ -27,6 +28,8 @@ public:
     virtual qint64 event_count() = 0;
 
     virtual IRecordStore& records() = 0;
+    // The back end's batch of writes, when it has one (shared by the objects of one back end).
+    virtual IWriteBatch* write_batch() { return nullptr; }
 };
 
 }  // namespace interfaces

@@ -4,6 +4,7 @@
 #include <QString>
 #include <utility>
 
+#include "interfaces/IWriteBatch.h"
 #include "model/queries.h"
 #include "model/records.h"
 
@@ -48,6 +49,8 @@ public:
 
     virtual IUplinkStore& ul() = 0;
     virtual IDownlinkStore& dl() = 0;
+    // The back end's batch of writes, when it has one (shared by the objects of one back end).
+    virtual IWriteBatch* write_batch() { return nullptr; }
 };
 
 }  // namespace interfaces

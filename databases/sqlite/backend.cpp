@@ -43,8 +43,15 @@ backend::backend(const sqlite_config& config) : m_config(config), m_connection(n
 
 backend::~backend() {
     m_purge_timer.stop();
-    if (m_transaction_depth > 0)
+    if (m_batch_open) {
+        try {
+            commit_batch();
+        } catch (const std::exception& e) {
+            qWarning() << e.what();
+        }
+    } else if (m_transaction_depth > 0) {
         qWarning() << "SQLite store" << m_config.path << "closed inside a transaction; rolled back";
+    }
     m_statements.clear();
     m_db.close();
     m_db = QSqlDatabase();
@@ -132,6 +139,48 @@ void backend::purge_tick() {
     } catch (const std::exception& e) {
         qWarning() << "SQLite store clean-up failed:" << e.what();
     }
+}
+
+void backend::begin_batch() {
+    if (m_batch_open)
+        return;
+    if (m_transaction_depth > 0)
+        fail("cannot begin a batch", "a transaction is already open");
+    run_plain("BEGIN IMMEDIATE");
+    m_batch_open = true;
+    m_transaction_depth = 1;
+}
+
+void backend::begin_item() {
+    if (!m_batch_open)
+        return;
+    run_plain("SAVEPOINT item");
+    ++m_item_depth;
+}
+
+void backend::end_item(bool keep) {
+    if (!m_batch_open || m_item_depth == 0)
+        return;
+    --m_item_depth;
+    // Savepoints of the same name nest: these reach the innermost one.
+    if (!keep)
+        run_plain("ROLLBACK TO item");
+    run_plain("RELEASE item");
+}
+
+void backend::commit_batch() {
+    if (!m_batch_open)
+        return;
+    m_batch_open = false;
+    m_item_depth = 0;
+    m_transaction_depth = 0;
+    QSqlQuery q(m_db);
+    if (q.exec("COMMIT"))
+        return;
+    const QString error = q.lastError().text();
+    QSqlQuery rollback(m_db);
+    rollback.exec("ROLLBACK");
+    fail("batch commit failed", error);
 }
 
 backend::transaction::transaction(backend& db) : m_db(db), m_outer(db.m_transaction_depth == 0) {

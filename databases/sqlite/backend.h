@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "databases/sqlite/sqlite_config.h"
+#include "interfaces/IWriteBatch.h"
 
 namespace sqlite_db {
 
@@ -18,7 +19,7 @@ namespace sqlite_db {
 // Opens the file in WAL mode, creates or migrates the schema, caches prepared
 // statements and purges expired rows in small batches from a timer.
 // Every failure is thrown as std::runtime_error naming the file.
-class backend : public QObject {
+class backend : public QObject, public interfaces::IWriteBatch {
     Q_OBJECT
     Q_DISABLE_COPY(backend)
 public:
@@ -56,6 +57,14 @@ public:
         bool m_done = false;
     };
 
+    // A batch is the outermost transaction: store calls made while it is open join it.
+    // Each item is a savepoint inside it.
+    void begin_batch() override;
+    void begin_item() override;
+    void end_item(bool keep) override;
+    void commit_batch() override;
+    bool batch_open() const override { return m_batch_open; }
+
     [[noreturn]] void fail(const QString& what, const QString& detail) const;
 
 private:
@@ -67,6 +76,8 @@ private:
     QSqlDatabase m_db;
     std::map<QString, std::unique_ptr<QSqlQuery>> m_statements;
     int m_transaction_depth = 0;
+    bool m_batch_open = false;
+    int m_item_depth = 0;
     QTimer m_purge_timer;
 };
 

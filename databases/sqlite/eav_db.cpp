@@ -186,4 +186,8 @@ qint64 eav_database::event_count() {
     return row_count(*m_db, "dev_events");
 }
 
+interfaces::IWriteBatch* eav_database::write_batch() {
+    return m_db.get();
+}
+
 }  // namespace sqlite_db

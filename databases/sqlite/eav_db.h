@@ -29,6 +29,7 @@ public:
     qint64 value_count() override;
     qint64 event_count() override;
     interfaces::IRecordStore& records() override { return m_records; }
+    interfaces::IWriteBatch* write_batch() override;
 
 private:
     std::shared_ptr<sqlite_db::backend> m_db;

@@ -36,4 +36,8 @@ qint64 row_count(sqlite_db::backend& db, const QString& table) {
     return count;
 }
 
+interfaces::IWriteBatch* messages_database::write_batch() {
+    return m_db.get();
+}
+
 }  // namespace sqlite_db

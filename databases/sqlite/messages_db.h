@@ -46,6 +46,7 @@ public:
     qint64 downlink_count() override;
     interfaces::IUplinkStore& ul() override { return m_ul; }
     interfaces::IDownlinkStore& dl() override { return m_dl; }
+    interfaces::IWriteBatch* write_batch() override;
 
 private:
     std::shared_ptr<sqlite_db::backend> m_db;

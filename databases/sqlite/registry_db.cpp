@@ -93,4 +93,8 @@ void seed_devices(backend& db, const std::map<int, model::device_record>& device
     tx.commit();
 }
 
+interfaces::IWriteBatch* clients_database::write_batch() {
+    return m_db.get();
+}
+
 }  // namespace sqlite_db

@@ -27,6 +27,7 @@ public:
     std::map<int, model::device_record> devices() override;
     QString backend() const override;
     interfaces::IClientStore& clients_store() override { return m_clients; }
+    interfaces::IWriteBatch* write_batch() override;
 
 private:
     std::shared_ptr<sqlite_db::backend> m_db;

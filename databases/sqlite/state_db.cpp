@@ -210,4 +210,8 @@ int state_database::lock_depth(int modem_id) const {
     return it == m_locks->end() ? 0 : it->second;
 }
 
+interfaces::IWriteBatch* state_database::write_batch() {
+    return m_db.get();
+}
+
 }  // namespace sqlite_db

@@ -44,6 +44,7 @@ public:
     // nested lock of the same modem never waits.
     std::shared_ptr<void> lock(int modem_id) override;
     interfaces::IQueueStore& queues() override { return m_queues; }
+    interfaces::IWriteBatch* write_batch() override;
 
     // Nesting depth of lock() for a modem; 0 when it is not held.
     int lock_depth(int modem_id) const;

@@ -4,6 +4,11 @@ quillon_add_test(sqlite_store_test
   LIBS quillon_interfaces quillon_model Qt5::Sql)
 add_dependencies(sqlite_store_test plug_db_driver_sqlite)
 
+quillon_add_test(sqlite_batch_test
+  SOURCES sqlite_batch_test.cpp
+  LIBS quillon_interfaces quillon_model Qt5::Sql)
+add_dependencies(sqlite_batch_test plug_db_driver_sqlite)
+
 quillon_add_test(sqlite_file_test
   SOURCES sqlite_file_test.cpp
   LIBS quillon_sqlite_store Qt5::Sql)
