@@ -3,6 +3,7 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QTextStream>
+#include <algorithm>
 
 #include "engine/debug_timing.h"
 #include "engine/dl_sending.h"
@@ -44,6 +45,14 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     m_driver_protocol = m_driver->type_name();
     m_hw_pattern = QRegExp(m_driver->hw_pattern(), Qt::CaseInsensitive, QRegExp::RegExp);
     connect(m_receiver.get(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
+    m_batch.add_store(m_messages ? m_messages->write_batch() : nullptr);
+    m_batch.add_store(m_eav ? m_eav->write_batch() : nullptr);
+    m_batch.add_store(m_state ? m_state->write_batch() : nullptr);
+    m_batch.add_store(m_clients ? m_clients->write_batch() : nullptr);
+    connect(m_receiver.get(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
+    m_flush_timer.setSingleShot(true);
+    m_flush_timer.setInterval(0);
+    connect(&m_flush_timer, &QTimer::timeout, this, &Engiene::flushDeliveries);
     connect(&m_controller_timer, &QTimer::timeout, this, &Engiene::onControllerTick);
     m_controller_timer.setSingleShot(false);
     m_controller_timer.start(static_cast<int>(m_config.controller_period));
@@ -54,28 +63,81 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
                           << "Constructed Engine instatnce " << address;
 }
 
-Engiene::~Engiene() = default;
+Engiene::~Engiene() {
+    flushDeliveries();
+}
+
+// The deliveries of one burst share a store transaction; each is settled once the
+// writes of all of them are committed (at once when the store has no batches).
+constexpr std::size_t max_deferred_deliveries = 64;
 
 void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
+    delivery_batch::delivery delivery{message, deliveryTag, false};
+    bool keep = true;
+    delivery.accepted = handle(message, deliveryTag, keep);
+    try {
+        m_batch.end_message(keep);
+    } catch (const std::exception& e) {
+        logFailure(QString("Std::exception: ") + e.what(), deliveryTag, message, nullptr);
+        delivery.accepted = false;
+    }
+    if (!m_batch.is_open()) {
+        settle(delivery);
+        return;
+    }
+    m_batch.defer(std::move(delivery));
+    // Half the prefetch window: its acknowledgements let the broker send the next
+    // deliveries while this burst's others are handled.
+    const std::size_t window = std::size_t(std::max(1, m_receiver->prefetch() / 2));
+    if (m_batch.deferred() >= std::min(window, max_deferred_deliveries) && !m_batch.in_message()) {
+        flushDeliveries();
+        m_receiver->flush_settlements();
+    } else if (!m_flush_timer.isActive()) {
+        m_flush_timer.start();
+    }
+}
+
+bool Engiene::handle(const QJsonObject& message, quint64 deliveryTag, bool& keep) {
     model::ul_message parsed;
     try {
+        m_batch.begin_message();
         controller_event event;
         bool accepted = false;
         if (dispatch(message, parsed, event, accepted) && accepted) {
             afterAccepted(event);
-            accept(message, deliveryTag);
-            return;
+            return true;
         }
-        m_receiver->reject_message(deliveryTag);
+        return false;
     } catch (const std::exception& e) {
         logFailure(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed);
-        m_receiver->reject_message(deliveryTag);
     } catch (const QString& text) {
         logFailure("QString: " + text, deliveryTag, message, nullptr);
-        m_receiver->reject_message(deliveryTag);
     } catch (...) {
         logFailure(QString(), deliveryTag, message, nullptr);
-        m_receiver->reject_message(deliveryTag);
+    }
+    keep = false;
+    return false;
+}
+
+void Engiene::flushDeliveries() {
+    if (m_batch.in_message()) {
+        // Reached from an event loop run inside a message's handling: after it.
+        m_flush_timer.start();
+        return;
+    }
+    m_flush_timer.stop();
+    m_batch.commit([this](const delivery_batch::delivery& d) { settle(d); },
+                   [this](const delivery_batch::delivery& d, const QString& why) {
+                       logFailure("Std::exception: " + why, d.tag, d.message, nullptr);
+                       m_receiver->reject_message(d.tag);
+                   });
+}
+
+void Engiene::settle(const delivery_batch::delivery& delivery) {
+    if (delivery.accepted) {
+        accept(delivery.message, delivery.tag);
+    } else {
+        m_receiver->reject_message(delivery.tag);
     }
 }
 

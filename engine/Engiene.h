@@ -11,6 +11,7 @@
 #include "amqp/rabbit_receiver.h"
 #include "app/config.h"
 #include "app/logger.h"
+#include "engine/delivery_batch.h"
 #include "engine/driver_builder.h"
 #include "engine/engine_services.h"
 #include "interfaces/factories.h"
@@ -60,8 +61,15 @@ public Q_SLOTS:
 
 private Q_SLOTS:
     void onControllerTick();
+    // Commits the store writes of the deliveries handled since the last flush, then
+    // acknowledges or rejects them.
+    void flushDeliveries();
 
 private:
+    // Handles one message to the end; false when it is to be rejected. keep turns false
+    // when the handling failed and its writes are to be undone.
+    bool handle(const QJsonObject& message, quint64 deliveryTag, bool& keep);
+    void settle(const delivery_batch::delivery& delivery);
     bool dispatch(const QJsonObject& message, model::ul_message& stored, controller_event& event,
                   bool& accept);
     void afterAccepted(const controller_event& event);
@@ -89,4 +97,7 @@ private:
     std::unique_ptr<rabbit_api_man> m_api;
     logger& m_log;
     QTimer m_controller_timer;
+    delivery_batch m_batch;
+    // Flushes deliveries that arrived some other way than a burst from the receiver.
+    QTimer m_flush_timer;
 };

@@ -29,6 +29,7 @@ protected:
     void make_engine() {
         m_config.ul_dl_ttl = m_config.settings.ul_dl_ttl;
         rabbit_receiver_cfg receiver_cfg;
+        receiver_cfg.prefetch = m_prefetch;
         receiver_cfg.url = unreachable_broker;
         receiver_cfg.queue = "q";
         receiver_cfg.vhost = "/api";
@@ -100,6 +101,7 @@ protected:
     std::unique_ptr<PluginsManager> m_plugins;
     std::shared_ptr<fake_driver> m_driver;
     EngineConfig m_config;
+    int m_prefetch = 10;
     recording_receiver* m_receiver = nullptr;
     recording_publisher* m_publisher = nullptr;
     recording_api* m_api = nullptr;

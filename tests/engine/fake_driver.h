@@ -16,6 +16,7 @@ public:
     bool m_needs_dl = false;
     int m_new_status = model::WAIT_DATA;
     int m_throw_for_modem = -1;
+    int m_explode_throws_for_modem = -1;  // after the stored message has been saved
     QByteArray m_dl_bytes;
     int m_controller_calls = 0;
     bool m_controller_result = false;
@@ -35,6 +36,9 @@ public:
         out.timestamp = QDateTime::currentDateTimeUtc();
     }
     model::eav_list explode(const model::ul_message& message) override {
+        if (message.modem_id == m_explode_throws_for_modem) {
+            throw std::runtime_error("explode failed");
+        }
         model::eav_list records = m_records;
         for (auto& record : records) {
             std::visit([&](auto& r) { r.modem_id = message.modem_id; }, record);
