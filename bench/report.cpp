@@ -51,9 +51,12 @@ void print_uplinks(QTextStream& out, const bench_report& report) {
     const latency_result& l = u.latency;
     out << "Latency, publication of an uplink to its last client message, at " << number(l.offered_per_s, 0)
         << " uplinks/s (half the service's rate), " << l.received << " uplinks:\n";
-    row(out, "p50 ms", number(l.p50_ms, 2));
-    row(out, "p99 ms", number(l.p99_ms, 2));
-    row(out, "max ms", number(l.max_ms, 2));
+    const latency_result& pl = u.passthrough_latency;
+    const bool floor = pl.complete;
+    row(out, "", floor ? "service" : "", floor ? "pass-through" : "");
+    row(out, "p50 ms", number(l.p50_ms, 2), floor ? number(pl.p50_ms, 2) : QString());
+    row(out, "p99 ms", number(l.p99_ms, 2), floor ? number(pl.p99_ms, 2) : QString());
+    row(out, "max ms", number(l.max_ms, 2), floor ? number(pl.max_ms, 2) : QString());
     row(out, "service run-queue wait, share of the run", number(100.0 * u.latency_wait_share, 0) + "%");
     row(out, "service resident MiB after it", number(u.rss_after_latency_mib));
     if (l.out_of_order > 0) {

@@ -36,6 +36,38 @@ void register_fleet(service_instance& service, const uplink_feed& feed, const QS
     }
 }
 
+// The pass-through consumer as a process of its own, stopped with SIGTERM when done.
+class passthrough_process {
+public:
+    passthrough_process() {
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.setStandardOutputFile(QProcess::nullDevice());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("QT_LOGGING_RULES", "*.debug=false");
+        m_process.setProcessEnvironment(environment);
+    }
+    ~passthrough_process() {
+        if (m_process.state() == QProcess::Running) {
+            ::kill(pid_t(m_process.processId()), SIGTERM);
+            m_process.waitForFinished(10000);
+        }
+    }
+    passthrough_process(const passthrough_process&) = delete;
+    passthrough_process& operator=(const passthrough_process&) = delete;
+
+    pid_t start(const broker& target, const QString& queue, const amqp_bindings& bindings,
+                const QString& profile_path, const QString& log_path) {
+        m_process.start(QCoreApplication::applicationDirPath() + "/quillon-passthrough",
+                        {"--url", target.url, "--vhost", target.vhost, "--queue", queue, "--bindings",
+                         bindings_text(bindings), "--queue-options", "2", "--prefetch", "10", "--profile",
+                         profile_path, "--log", log_path});
+        return m_process.waitForStarted(10000) ? pid_t(m_process.processId()) : pid_t(0);
+    }
+
+private:
+    QProcess m_process;
+};
+
 }  // namespace
 
 uplink_bench::uplink_bench(logger& log, const broker& target, const bench_options& options)
@@ -72,6 +104,13 @@ uplink_bench_result uplink_bench::run() {
         return result;
     }
     run_service(result);
+    if (result.latency.complete) {
+        result.passthrough_latency =
+            run_passthrough_latency(profile, result.latency.offered_per_s, result.latency.sent);
+        if (!result.passthrough_latency.complete) {
+            result.error = "pass-through latency: " + result.passthrough_latency.error;
+        }
+    }
     return result;
 }
 
@@ -125,23 +164,37 @@ throughput_result uplink_bench::run_passthrough(const passthrough::publication_p
     }
     const QString profile_path = m_dir.filePath("profile.json");
     profile.save(profile_path);
-    QProcess consumer;
-    consumer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    consumer.setStandardOutputFile(QProcess::nullDevice());
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("QT_LOGGING_RULES", "*.debug=false");
-    consumer.setProcessEnvironment(environment);
+    passthrough_process consumer;
     throughput_meter meter(*m_drain, m_target.pid, m_clients.size());
     result = meter.run(m_options.uplinks, [&] {
-        consumer.start(QCoreApplication::applicationDirPath() + "/quillon-passthrough",
-                       {"--url", m_target.url, "--vhost", m_target.vhost, "--queue", queue, "--bindings",
-                        bindings_text(bindings), "--queue-options", "2", "--prefetch", "10", "--profile",
-                        profile_path, "--log", m_dir.filePath("passthrough.log")});
-        return consumer.waitForStarted(10000) ? pid_t(consumer.processId()) : pid_t(0);
+        return consumer.start(m_target, queue, bindings, profile_path, m_dir.filePath("passthrough.log"));
     });
-    if (consumer.state() == QProcess::Running) {
-        ::kill(pid_t(consumer.processId()), SIGTERM);
-        consumer.waitForFinished(10000);
+    m_admin->remove(queue);
+    return result;
+}
+
+latency_result uplink_bench::run_passthrough_latency(const passthrough::publication_profile& profile,
+                                                     double rate, uint64_t count) {
+    const QString run = token();
+    const QString queue = "bench_passthrough_" + run;
+    const QString route_key = "ul_bench_pt_" + run;
+    const amqp_bindings bindings{{"norvik.api", "*.0." + route_key + ".marl2.proto7.#"}};
+    latency_result result;
+    if (!m_admin->declare(queue, 2, bindings)) {
+        result.error = m_admin->error();
+        return result;
+    }
+    const QString profile_path = m_dir.filePath("profile.json");
+    profile.save(profile_path);
+    passthrough_process consumer;
+    if (consumer.start(m_target, queue, bindings, profile_path, m_dir.filePath("passthrough-latency.log")) ==
+        0) {
+        result.error = "quillon-passthrough did not start";
+    } else {
+        // It declares its own bindings again on start; give it the moment to consume.
+        pause_ms(1000);
+        uplink_feed feed(m_options.modems, first_modem);
+        result = measure_latency(*m_sender, *m_drain, feed, route_key, rate, count, m_clients.size());
     }
     m_admin->remove(queue);
     return result;

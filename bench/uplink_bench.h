@@ -22,14 +22,16 @@ struct uplink_bench_result {
     throughput_result passthrough;
     throughput_result service;
     latency_result latency;
+    // The pass-through at the same offered rate: the latency the broker alone allows.
+    latency_result passthrough_latency;
     double rss_after_latency_mib = 0;
     double latency_wait_share = 0;  // of the service's time: ready to run, no processor
 };
 
 // The uplink path: a short calibration run of the service records what it publishes
 // per uplink; then the pass-through consumer and the service each empty a freshly
-// preloaded queue of the same uplinks; then the service gets uplinks at half its rate
-// for the latency.
+// preloaded queue of the same uplinks; then the service, and after it the pass-through,
+// get uplinks at half the service's rate for the latency.
 class uplink_bench {
 public:
     uplink_bench(logger& log, const broker& target, const bench_options& options);
@@ -41,6 +43,8 @@ private:
     bool calibrate(passthrough::publication_profile& profile, QString& error);
     throughput_result run_passthrough(const passthrough::publication_profile& profile);
     void run_service(uplink_bench_result& result);
+    latency_result run_passthrough_latency(const passthrough::publication_profile& profile, double rate,
+                                           uint64_t count);
 
     logger& m_log;
     broker m_target;
