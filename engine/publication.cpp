@@ -79,4 +79,46 @@ void publish_record(const model::ul_message& stored, const model::eav_record& re
     }
 }
 
+namespace {
+QByteArray record_body(const model::eav_record& record, bool wrap) {
+    if (const auto* event = std::get_if<model::dev_event>(&record)) {
+        return body(model::to_json(*event), "quillon_ul_client_eav_event", wrap);
+    }
+    return body(model::to_json(std::get<model::dev_value>(record)), "quillon_ul_client_eav_value", wrap);
+}
+
+QString record_route(const model::ul_message& stored, const model::eav_record& record, const QString& client,
+                     int index) {
+    if (const auto* event = std::get_if<model::dev_event>(&record)) {
+        return event_route(stored, *event, client, index);
+    }
+    return value_route(stored, std::get<model::dev_value>(record), client, index);
+}
+}  // namespace
+
+void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
+                    const QStringList& clients, rabbit_publisher_impl& publisher, bool wrap) {
+    // Unwrapped bodies are the same for every client: serialized once. A wrapped body
+    // carries a fresh command id per publication.
+    std::vector<QByteArray> bodies;
+    QByteArray roll_body;
+    if (!wrap) {
+        bodies.reserve(records.size());
+        for (const auto& record : records) {
+            bodies.push_back(record_body(record, false));
+        }
+        roll_body = body(model::to_json(stored), "quillon_ul_client_roll", false);
+    }
+    for (int index = 0; index < clients.size(); ++index) {
+        const QString& client = clients[index];
+        size_t n = 0;
+        for (const auto& record : records) {
+            send(publisher, wrap ? record_body(record, true) : bodies[n++],
+                 record_route(stored, record, client, index));
+        }
+        send(publisher, wrap ? body(model::to_json(stored), "quillon_ul_client_roll", true) : roll_body,
+             roll_route(stored, client, index));
+    }
+}
+
 }  // namespace publication

@@ -35,6 +35,10 @@ void publish_event(const model::ul_message& stored, const model::dev_event& even
                    int index, rabbit_publisher_impl& publisher, bool wrap);
 void publish_value(const model::ul_message& stored, const model::dev_value& value, const QString& client,
                    int index, rabbit_publisher_impl& publisher, bool wrap);
+// Everything one uplink publishes: for each client in turn (index = its position), every
+// record in list order and then the stored message.
+void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
+                    const QStringList& clients, rabbit_publisher_impl& publisher, bool wrap);
 void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
                     int index, rabbit_publisher_impl& publisher, bool wrap);
 

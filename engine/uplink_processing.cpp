@@ -3,6 +3,7 @@
 
 #include "engine/Engiene.h"
 #include "engine/heartbeat.h"
+#include "engine/publication.h"
 #include "model/json.h"
 
 namespace {
@@ -108,13 +109,8 @@ void Engiene::publishToClients(const model::ul_message& stored, const model::eav
     if (clients.isEmpty()) {
         clients.append("null");
     }
-    const bool wrap = m_config.settings.ul_client_send_wrap;
-    for (int index = 0; index < clients.size(); ++index) {
-        for (const auto& record : records) {
-            publish_record(stored, record, clients[index], index, wrap);
-        }
-        publish_roll(stored, clients[index], index, wrap);
-    }
+    publication::publish_uplink(stored, records, clients, *m_publisher,
+                                m_config.settings.ul_client_send_wrap);
 }
 
 // Lets the driver move the modem's unacknowledged downlinks on after an uplink.

@@ -1,5 +1,6 @@
 #include <QDateTime>
 #include <QEventLoop>
+#include <QSet>
 #include <QTimer>
 
 #include "engine_fixture.h"
@@ -94,6 +95,10 @@ TEST_F(EngineFixture, RecordsThenMessageArePublishedToEachClientInOrder) {
     EXPECT_FALSE(m_publisher->m_published[2].body.contains("msg_type"));
     EXPECT_EQ(m_publisher->m_published[1].body.value("obis_code").toString(), "energy");
     EXPECT_EQ(m_publisher->m_published[1].body.value("modem_id").toInt(), 77);
+    // Each client gets the same bodies.
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(m_publisher->m_published[i].body, m_publisher->m_published[i + 3].body) << i;
+    }
 }
 
 TEST_F(EngineFixture, WrappedPublicationsCarryTheirOwnCommandIds) {
@@ -101,8 +106,17 @@ TEST_F(EngineFixture, WrappedPublicationsCarryTheirOwnCommandIds) {
     m_driver->m_records = {value_named("energy", 1)};
     make_engine();
     m_engine->onUlReceived(uplink(77), 1);
+    clients()->set_device(78, {"proto7", "X", {"c1", "c2"}});
+    m_engine->onUlReceived(uplink(78), 2);
 
-    ASSERT_EQ(m_publisher->m_published.size(), 2u);
+    ASSERT_EQ(m_publisher->m_published.size(), 6u);
+    QSet<QString> ids;
+    for (const auto& published : m_publisher->m_published) {
+        ids.insert(published.body.value("cmd_id").toString());
+    }
+    EXPECT_EQ(ids.size(), 6);  // one per publication, also across the clients of one uplink
+    EXPECT_EQ(m_publisher->m_published[4].route, "c2.1.ul_eav.X.t.energy.78");
+    EXPECT_EQ(m_publisher->m_published[4].body.value("data"), m_publisher->m_published[2].body.value("data"));
     const auto& value = m_publisher->m_published[0];
     const auto& roll = m_publisher->m_published[1];
     EXPECT_EQ(value.route, "null.0.ul_eav.X.t.energy.77");
