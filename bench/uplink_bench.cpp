@@ -123,6 +123,7 @@ bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString&
         !preload(*m_sender, *m_drain, m_marker_key, feed, uint64_t(m_options.sample),
                  service.uplink_route_key(), error)) {
         error = "calibration: " + (error.isEmpty() ? m_admin->error() : error);
+        m_admin->remove(queue.queue);
         return false;
     }
     passthrough::uplink_publication current;
@@ -160,6 +161,7 @@ throughput_result uplink_bench::run_passthrough(const passthrough::publication_p
     if (!m_admin->declare(queue, 2, bindings) ||
         !preload(*m_sender, *m_drain, m_marker_key, feed, m_options.uplinks, route_key, error)) {
         result.error = error.isEmpty() ? m_admin->error() : error;
+        m_admin->remove(queue);  // a failed preload must not leave its uplinks in the broker
         return result;
     }
     const QString profile_path = m_dir.filePath("profile.json");
@@ -210,6 +212,7 @@ void uplink_bench::run_service(uplink_bench_result& result) {
         !preload(*m_sender, *m_drain, m_marker_key, feed, m_options.uplinks, service.uplink_route_key(),
                  error)) {
         result.error = "service: " + (error.isEmpty() ? m_admin->error() : error);
+        m_admin->remove(queue.queue);
         return;
     }
     throughput_meter meter(*m_drain, m_target.pid, m_clients.size());

@@ -1,5 +1,7 @@
 #include "bench/uplink_sender.h"
 
+#include <algorithm>
+
 #include <QJsonDocument>
 
 #include "bench/wait.h"
@@ -40,7 +42,10 @@ bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_k
         marked = marked || msg.routing_key == marker_key;
     });
     sender.send_raw("{}", marker_key);
-    const bool done = wait_until([&marked] { return marked; }, 120000);
+    // The broker takes in a large preload at some 10,000 uplinks a second; the marker
+    // comes back after the last of them.
+    const int timeout_ms = int(std::min<uint64_t>(3600000, 120000 + count / 2));
+    const bool done = wait_until([&marked] { return marked; }, timeout_ms);
     drain.on_message({});
     if (!done) {
         error = "the preload marker did not come back";
