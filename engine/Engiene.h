@@ -69,6 +69,8 @@ private:
     // Handles one message to the end; false when it is to be rejected. keep turns false
     // when the handling failed and its writes are to be undone.
     bool handle(const QJsonObject& message, quint64 deliveryTag, bool& keep);
+    // Settles at once, or after the commit of the open batch of writes.
+    void settleWhenStored(delivery_batch::delivery delivery);
     void settle(const delivery_batch::delivery& delivery);
     bool dispatch(const QJsonObject& message, model::ul_message& stored, controller_event& event,
                   bool& accept);
