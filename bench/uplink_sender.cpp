@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 
 #include "bench/wait.h"
@@ -36,6 +37,11 @@ bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_k
     for (uint64_t i = 0; i < count; ++i) {
         const QJsonObject uplink = feed.next();
         sender.send(uplink, uplink_feed::routing_key(uplink, route_key));
+        // A long preload must let the event loop run now and then: the process's other
+        // broker connections (the drain's) would miss their heartbeats and be closed.
+        if (i % 2000 == 1999) {
+            QCoreApplication::processEvents();
+        }
     }
     bool marked = false;
     drain.on_message([&marked, marker_key](const amqp::message& msg, int64_t) {
