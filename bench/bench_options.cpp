@@ -1,5 +1,7 @@
 #include "bench/bench_options.h"
 
+#include <QJsonDocument>
+
 #include <QCommandLineParser>
 
 namespace bench {
@@ -47,8 +49,13 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     const QCommandLineOption no_store("no-store", "Skip the store benchmark.");
     const QCommandLineOption no_uplinks("no-uplinks", "Skip the uplink-path benchmark.");
     const QCommandLineOption stop_broker("stop-broker", "Stop the private broker if this run started it.");
+    const QCommandLineOption store_config(
+        "store-config",
+        "Extra keys of the service's SQLite store configuration, as a JSON object, e.g. "
+        "'{\"checkpoint_pages\": 4000}'.",
+        "JSON");
     parser.addOptions({help_option, url, quick, uplinks, modems, clients, sample, latency, rows, store_modems,
-                       saves, queries, no_store, no_uplinks, stop_broker});
+                       saves, queries, no_store, no_uplinks, stop_broker, store_config});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -74,6 +81,14 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     out.store = !parser.isSet(no_store);
     out.uplink_path = !parser.isSet(no_uplinks);
     out.stop_broker = parser.isSet(stop_broker);
+    if (parser.isSet(store_config)) {
+        const QJsonDocument doc = QJsonDocument::fromJson(parser.value(store_config).toUtf8());
+        if (!doc.isObject()) {
+            message = "--store-config: not a JSON object: " + parser.value(store_config);
+            return false;
+        }
+        out.store_config = doc.object();
+    }
     const bool read = read_number(parser, uplinks, out.uplinks, message) &&
                       read_number(parser, modems, out.modems, message) &&
                       read_number(parser, clients, out.clients, message) &&

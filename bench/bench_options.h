@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QString>
 #include <QStringList>
 #include <cstdint>
@@ -21,6 +22,8 @@ struct bench_options {
     bool uplink_path = true;
     bool store = true;
     bool stop_broker = false;
+    // Extra keys of the service's SQLite store configuration (a JSON object).
+    QJsonObject store_config;
 };
 
 // Reads the command line; returns false with a message (or the help text) otherwise.

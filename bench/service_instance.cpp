@@ -87,7 +87,10 @@ void service_instance::write_files() {
     }
     QFile store(m_dir.filePath("plug_db_driver_sqlite.json"));
     if (store.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        store.write(QJsonDocument(QJsonObject{{"path", m_store_path}, {"devices", m_devices}}).toJson());
+        QJsonObject config = m_store_extra;
+        config["path"] = m_store_path;
+        config["devices"] = m_devices;
+        store.write(QJsonDocument(config).toJson());
     }
 }
 

@@ -29,6 +29,8 @@ public:
     void register_modem(int modem, const QString& protocol, const QString& hw_type,
                         const QStringList& clients);
     void set(const QString& group, const QString& key, const QString& value);
+    // Keys added to the store's configuration (the path and the devices stay the bench's).
+    void set_store_config(const QJsonObject& extra) { m_store_extra = extra; }
 
     // Written on start(); readable before it.
     QString uplink_route_key() const { return m_route_key; }
@@ -52,6 +54,7 @@ private:
     QProcess m_process;
     QMap<QString, QMap<QString, QString>> m_ini;
     QJsonObject m_devices;
+    QJsonObject m_store_extra;
     QString m_store_path;
     QString m_route_key;
     QString m_command_queue;

@@ -116,6 +116,7 @@ uplink_bench_result uplink_bench::run() {
 
 bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString& error) {
     service_instance service(m_target.url);
+    service.set_store_config(m_options.store_config);
     uplink_feed feed(m_options.modems, first_modem);
     register_fleet(service, feed, m_clients);
     const rabbit_receiver_cfg queue = service.uplink_queue();
@@ -204,6 +205,7 @@ latency_result uplink_bench::run_passthrough_latency(const passthrough::publicat
 
 void uplink_bench::run_service(uplink_bench_result& result) {
     service_instance service(m_target.url);
+    service.set_store_config(m_options.store_config);
     uplink_feed feed(m_options.modems, first_modem);
     register_fleet(service, feed, m_clients);
     const rabbit_receiver_cfg queue = service.uplink_queue();

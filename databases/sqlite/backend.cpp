@@ -81,6 +81,7 @@ void backend::open() {
         fail("cannot open", QString("WAL journal refused (journal mode %1)").arg(mode));
     run_plain(QString("PRAGMA synchronous=%1").arg(m_config.synchronous_full ? "FULL" : "NORMAL"));
     run_plain(QString("PRAGMA busy_timeout=%1").arg(m_config.busy_timeout_ms));
+    run_plain(QString("PRAGMA wal_autocheckpoint=%1").arg(m_config.checkpoint_pages));
 }
 
 QSqlQuery& backend::statement(const QString& sql) {

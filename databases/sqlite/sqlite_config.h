@@ -14,6 +14,8 @@ namespace sqlite_db {
 //   "purge_interval"  seconds between clean-ups of expired rows (default 60, 0 = off)
 //   "purge_batch"     most rows deleted per table and clean-up (default 500)
 //   "busy_timeout"    ms to wait for another process's write lock (default 5000)
+//   "checkpoint_pages"  write-ahead-log pages after which a commit copies the log back
+//                     into the file (default 1000; 0 = never, for an outside checkpointer)
 //   "devices"         optional registry seed: {"77": {"protocol": ..., "hw_type": ...,
 //                     "clients": [...]}}
 // It serves all four database objects (messages, values and events, driver state
@@ -26,6 +28,7 @@ struct sqlite_config {
     int purge_interval_s = 60;
     int purge_batch = 500;
     int busy_timeout_ms = 5000;
+    int checkpoint_pages = 1000;
     QJsonObject devices;
 
     // Reads the plugin configuration; unknown or mistyped keys keep their defaults.

@@ -2,6 +2,7 @@
 // refused files, query plans and the clean-up of expired rows.
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <stdexcept>
@@ -274,4 +275,31 @@ TEST(SqliteFile, ExpiredRowsArePurgedInBoundedBatches) {
     EXPECT_EQ(s.eav->purge_expired(1), 1);
     EXPECT_EQ(s.eav->purge_expired(0), 1);  // 0: every expired row
     EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM dev_values").toInt(), 1);
+}
+
+TEST(SqliteFile, CheckpointPagesSetWhenTheLogIsCopiedBackIntoTheFile) {
+    // The database file's size tells whether checkpoints ran: until one does, new pages
+    // live in the write-ahead log only.
+    auto file_pages_after_writes = [](const QString& path, int checkpoint_pages) {
+        QJsonObject config = config_for(path);
+        config["checkpoint_pages"] = checkpoint_pages;
+        stores s = open_stores(config);
+        const qint64 before = QFileInfo(path).size();
+        for (int i = 0; i < 300; ++i) {
+            s.eav->records().save_values({value(i, T0 + i), value(i, T0 + i + 1)});
+        }
+        const qint64 after = QFileInfo(path).size();
+        const qint64 log = QFileInfo(path + "-wal").size();
+        return std::make_tuple(before, after, log);
+    };
+    QTemporaryDir dir;
+    const auto [before_off, after_off, log_off] = file_pages_after_writes(dir.filePath("off.db"), 0);
+    EXPECT_EQ(after_off, before_off);
+    // 300 commits of at least four pages each (row, three modem indexes), 4 KiB apiece.
+    EXPECT_GT(log_off, 300 * 4 * 4096);
+
+    const auto [before_on, after_on, log_on] = file_pages_after_writes(dir.filePath("on.db"), 50);
+    EXPECT_GT(after_on, before_on);
+    // The log restarts after each checkpoint instead of growing with every commit.
+    EXPECT_LT(log_on, log_off / 4);
 }
