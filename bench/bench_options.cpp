@@ -48,6 +48,9 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     const QCommandLineOption queries("queries", "History queries timed (default 20).", "N");
     const QCommandLineOption no_store("no-store", "Skip the store benchmark.");
     const QCommandLineOption no_uplinks("no-uplinks", "Skip the uplink-path benchmark.");
+    const QCommandLineOption no_passthrough(
+        "no-passthrough",
+        "Measure the service alone (no pass-through runs, so no ratio): for long memory runs.");
     const QCommandLineOption stop_broker("stop-broker", "Stop the private broker if this run started it.");
     const QCommandLineOption store_config(
         "store-config",
@@ -55,7 +58,7 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
         "'{\"checkpoint_pages\": 4000}'.",
         "JSON");
     parser.addOptions({help_option, url, quick, uplinks, modems, clients, sample, latency, rows, store_modems,
-                       saves, queries, no_store, no_uplinks, stop_broker, store_config});
+                       saves, queries, no_store, no_uplinks, no_passthrough, stop_broker, store_config});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -81,6 +84,7 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     out.store = !parser.isSet(no_store);
     out.uplink_path = !parser.isSet(no_uplinks);
     out.stop_broker = parser.isSet(stop_broker);
+    out.passthrough = !parser.isSet(no_passthrough);
     if (parser.isSet(store_config)) {
         const QJsonDocument doc = QJsonDocument::fromJson(parser.value(store_config).toUtf8());
         if (!doc.isObject()) {

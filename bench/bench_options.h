@@ -22,6 +22,7 @@ struct bench_options {
     bool uplink_path = true;
     bool store = true;
     bool stop_broker = false;
+    bool passthrough = true;  // false: the service alone (long memory runs)
     // Extra keys of the service's SQLite store configuration (a JSON object).
     QJsonObject store_config;
 };

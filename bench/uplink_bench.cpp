@@ -98,13 +98,15 @@ uplink_bench_result uplink_bench::run() {
     }
     result.messages_per_uplink = profile.messages_per_uplink();
     result.bytes_per_uplink = profile.bytes_per_uplink();
-    result.passthrough = run_passthrough(profile);
-    if (!result.passthrough.complete) {
-        result.error = "pass-through: " + result.passthrough.error;
-        return result;
+    if (m_options.passthrough) {
+        result.passthrough = run_passthrough(profile);
+        if (!result.passthrough.complete) {
+            result.error = "pass-through: " + result.passthrough.error;
+            return result;
+        }
     }
     run_service(result);
-    if (result.latency.complete) {
+    if (result.latency.complete && m_options.passthrough) {
         result.passthrough_latency =
             run_passthrough_latency(profile, result.latency.offered_per_s, result.latency.sent);
         if (!result.passthrough_latency.complete) {
