@@ -58,6 +58,9 @@ int backoff_ms(int failed_attempts) {
 // A connection that stayed up this long counts as healthy: its loss is retried at once.
 constexpr int stable_connection_ms = 2000;
 
+// The longest one reading turn keeps the event loop.
+constexpr qint64 pump_budget_ms = 10;
+
 }  // namespace
 
 connection::connection(logger& log, QObject* parent) : QObject(parent), m_log(log) {
@@ -301,11 +304,23 @@ void connection::schedule_drain() {
     });
 }
 
-// Reads every frame available now. May run nested (a handler of a delivery can spin a
-// local event loop); each frame is handled completely before any signal goes out.
+// Reads the frames available now, for at most a turn's budget: under a steady stream
+// the socket never runs dry, and the rest of the process (timers, the other
+// connections, commands) must still get its turn. May run nested (a handler of a
+// delivery can spin a local event loop); each frame is handled completely before any
+// signal goes out.
 void connection::pump() {
     QPointer<connection> self(this);
+    QElapsedTimer turn;
+    turn.start();
     while (self && m_state) {
+        if (turn.elapsed() >= pump_budget_ms) {
+            end_burst();
+            // What is left on the socket wakes the notifier again; what the library
+            // holds is read on the next turn.
+            schedule_drain();
+            return;
+        }
         amqp_frame_t frame;
         // A zero time-out would also mask the library's heartbeat check; one microsecond
         // keeps both: nothing waits, and a silent peer is detected here.
@@ -314,10 +329,7 @@ void connection::pump() {
         if (status == AMQP_STATUS_TIMEOUT) {
             // Nothing queued, nothing buffered, nothing on the socket.
             amqp_maybe_release_buffers(m_state);
-            if (m_delivered_since_drained) {
-                m_delivered_since_drained = false;
-                Q_EMIT drained();
-            }
+            end_burst();
             return;
         }
         if (status != AMQP_STATUS_OK) {
@@ -327,6 +339,13 @@ void connection::pump() {
             return;
         }
         handle_frame(frame);
+    }
+}
+
+void connection::end_burst() {
+    if (m_delivered_since_drained) {
+        m_delivered_since_drained = false;
+        Q_EMIT drained();
     }
 }
 

@@ -96,8 +96,9 @@ Q_SIGNALS:
     void connected();
     void disconnected();
     void delivered(const amqp::message& msg);
-    // Everything the socket had has been read, and deliveries were among it: the end of
-    // a burst. Nothing else ran on this thread since those deliveries went out.
+    // Deliveries went out, and reading stops for this turn of the event loop (the socket
+    // is empty, or the turn's time is used up): the end of a burst. Nothing else ran on
+    // this thread since those deliveries went out.
     void drained();
     void channel_closed(uint16_t channel, int reply_code, const QString& reply_text);
     void consumer_cancelled(uint16_t channel, const QString& consumer_tag);
@@ -110,6 +111,7 @@ private:
     void schedule_reconnect(int delay_ms);
     void schedule_drain();
     void pump();
+    void end_burst();
     void handle_frame(const amqp_frame_t_& frame);
     void handle_method(uint16_t channel, uint32_t method_id, void* decoded);
     void finish_delivery(uint16_t channel);

@@ -5,6 +5,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
+#include <QThread>
+#include <QTimer>
 
 #include "amqp/amqp_connection.h"
 #include "amqp/rabbit_publisher.h"
@@ -269,4 +271,40 @@ TEST(rabbit_receiver, drained_follows_each_burst_and_settlements_can_be_pushed_a
     receiver.flush_settlements();
     ASSERT_TRUE(wait_for([&] { return got.items.size() == 4; }));
     EXPECT_EQ(got.items[3].payload, "3");
+}
+
+TEST(rabbit_receiver, a_steady_stream_of_deliveries_leaves_the_event_loop_its_turns) {
+    test_log log;
+    const QString queue = unique("rx.turns");
+    const QString key = unique("turns");
+    {
+        // Declare and fill the queue first, so that the whole window arrives at once.
+        rabbit_receiver filler(log.get(), receiver_cfg(queue, {key}, 1), nullptr, true, false);
+        ASSERT_TRUE(wait_for([&] { return consuming(log, queue); }));
+    }
+    rabbit_publisher_impl publisher(log.get(), publisher_cfg());
+    for (int i = 0; i < 40; ++i) {
+        publisher.publish_string(QByteArray::number(i), key.toLatin1(), "text/plain");
+    }
+    spin(500);
+
+    rabbit_receiver receiver(log.get(), receiver_cfg(queue, {key}, 40), nullptr, true, false);
+    int handled = 0;
+    int handled_when_timer_fired = -1;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, [&] { handled_when_timer_fired = handled; });
+    QObject::connect(&receiver, &rabbit_receiver::raw_data_received, [&](const QByteArray&, uint64_t tag) {
+        if (handled++ == 0) {
+            timer.start(0);
+        }
+        // A slow handler: the next deliveries are on the socket before it returns.
+        QThread::msleep(2);
+        receiver.ack_message(tag, false);
+    });
+    ASSERT_TRUE(wait_for([&] { return handled == 40; }));
+    spin(100);
+    // The timer got its turn long before the window was worked off.
+    EXPECT_GE(handled_when_timer_fired, 1);
+    EXPECT_LT(handled_when_timer_fired, 30);
 }
