@@ -153,7 +153,8 @@ void backend::begin_batch() {
 }
 
 void backend::begin_item() {
-    if (!m_batch_open)
+    // A broken batch has no transaction left: a savepoint would open a new one.
+    if (!m_batch_open || m_batch_broken)
         return;
     run_plain("SAVEPOINT item");
     ++m_item_depth;
@@ -163,22 +164,31 @@ void backend::end_item(bool keep) {
     if (!m_batch_open || m_item_depth == 0)
         return;
     --m_item_depth;
-    // Savepoints of the same name nest: these reach the innermost one.
-    if (!keep)
-        run_plain("ROLLBACK TO item");
-    run_plain("RELEASE item");
+    // Savepoints of the same name nest: these reach the innermost one. They fail when
+    // SQLite itself has rolled the whole transaction back after an error (a full disk,
+    // an I/O error): then nothing of the batch is stored, which its commit reports.
+    QSqlQuery q(m_db);
+    if ((!keep && !q.exec("ROLLBACK TO item")) || !q.exec("RELEASE item")) {
+        qWarning() << "SQLite store" << m_config.path
+                   << "batch lost its transaction:" << q.lastError().text();
+        m_batch_broken = true;
+        m_item_depth = 0;
+    }
 }
 
 void backend::commit_batch() {
     if (!m_batch_open)
         return;
+    const bool broken = m_batch_broken;
     m_batch_open = false;
+    m_batch_broken = false;
     m_item_depth = 0;
     m_transaction_depth = 0;
     QSqlQuery q(m_db);
-    if (q.exec("COMMIT"))
+    if (!broken && q.exec("COMMIT"))
         return;
-    const QString error = q.lastError().text();
+    const QString error =
+        broken ? QString("the transaction was rolled back after an error") : q.lastError().text();
     QSqlQuery rollback(m_db);
     rollback.exec("ROLLBACK");
     fail("batch commit failed", error);

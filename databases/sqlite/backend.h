@@ -77,6 +77,7 @@ private:
     std::map<QString, std::unique_ptr<QSqlQuery>> m_statements;
     int m_transaction_depth = 0;
     bool m_batch_open = false;
+    bool m_batch_broken = false;  // SQLite rolled the batch's transaction back
     int m_item_depth = 0;
     QTimer m_purge_timer;
 };

@@ -7,6 +7,7 @@
 #include <QRegularExpression>
 #include <stdexcept>
 
+#include "databases/sqlite/backend.h"
 #include "databases/sqlite/eav_db.h"
 #include "databases/sqlite/messages_db.h"
 #include "tests/databases/sqlite_support.h"
@@ -302,4 +303,35 @@ TEST(SqliteFile, CheckpointPagesSetWhenTheLogIsCopiedBackIntoTheFile) {
     EXPECT_GT(after_on, before_on);
     // The log restarts after each checkpoint instead of growing with every commit.
     EXPECT_LT(log_on, log_off / 4);
+}
+
+TEST(SqliteFile, ABatchWhoseTransactionSQLiteRolledBackFailsItsCommit) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    sqlite_db::backend db(sqlite_db::sqlite_config::from_json(config_for(path)));
+    sqlite_db::messages_database messages(std::shared_ptr<sqlite_db::backend>(&db, [](auto*) {}));
+    db.begin_batch();
+    db.begin_item();
+    messages.ul().save(uplink(1, T0));
+    db.end_item(true);
+    db.begin_item();
+    messages.ul().save(uplink(2, T0));
+    // What SQLite does by itself on a full disk or an I/O error inside a transaction.
+    db.run_plain("ROLLBACK");
+    db.end_item(false);
+    // Later messages of the batch are written outside any transaction; the batch still
+    // reports that its earlier messages are gone, so none of it is acknowledged.
+    db.begin_item();
+    db.end_item(true);
+    EXPECT_THROW(db.commit_batch(), std::runtime_error);
+    EXPECT_FALSE(db.batch_open());
+    EXPECT_EQ(roll_size(messages, 1), 0u);
+
+    // The next batch works again.
+    db.begin_batch();
+    db.begin_item();
+    messages.ul().save(uplink(3, T0));
+    db.end_item(true);
+    db.commit_batch();
+    EXPECT_EQ(roll_size(messages, 3), 1u);
 }
