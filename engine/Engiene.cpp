@@ -3,7 +3,6 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QTextStream>
-#include <algorithm>
 
 #include "engine/debug_timing.h"
 #include "engine/dl_sending.h"
