@@ -52,34 +52,9 @@ QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap) {
     return QJsonDocument(envelope).toJson(QJsonDocument::Compact);
 }
 
-void publish_message(const model::ul_message& message, const QString& client, int index,
-                     rabbit_publisher_impl& publisher, bool wrap) {
-    send(publisher, body(model::to_json(message), "quillon_ul_client_roll", wrap),
-         roll_route(message, client, index));
-}
-
-void publish_event(const model::ul_message& stored, const model::dev_event& event, const QString& client,
-                   int index, rabbit_publisher_impl& publisher, bool wrap) {
-    send(publisher, body(model::to_json(event), "quillon_ul_client_eav_event", wrap),
-         event_route(stored, event, client, index));
-}
-
-void publish_value(const model::ul_message& stored, const model::dev_value& value, const QString& client,
-                   int index, rabbit_publisher_impl& publisher, bool wrap) {
-    send(publisher, body(model::to_json(value), "quillon_ul_client_eav_value", wrap),
-         value_route(stored, value, client, index));
-}
-
-void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
-                    int index, rabbit_publisher_impl& publisher, bool wrap) {
-    if (const auto* event = std::get_if<model::dev_event>(&record)) {
-        publish_event(stored, *event, client, index, publisher, wrap);
-    } else {
-        publish_value(stored, std::get<model::dev_value>(record), client, index, publisher, wrap);
-    }
-}
-
 namespace {
+const char* const roll_type = "quillon_ul_client_roll";
+
 QByteArray record_body(const model::eav_record& record, bool wrap) {
     if (const auto* event = std::get_if<model::dev_event>(&record)) {
         return body(model::to_json(*event), "quillon_ul_client_eav_event", wrap);
@@ -96,6 +71,16 @@ QString record_route(const model::ul_message& stored, const model::eav_record& r
 }
 }  // namespace
 
+void publish_message(const model::ul_message& message, const QString& client, int index,
+                     rabbit_publisher_impl& publisher, bool wrap) {
+    send(publisher, body(model::to_json(message), roll_type, wrap), roll_route(message, client, index));
+}
+
+void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
+                    int index, rabbit_publisher_impl& publisher, bool wrap) {
+    send(publisher, record_body(record, wrap), record_route(stored, record, client, index));
+}
+
 void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
                     const QStringList& clients, rabbit_publisher_impl& publisher, bool wrap) {
     // Unwrapped bodies are the same for every client: serialized once. A wrapped body
@@ -107,7 +92,7 @@ void publish_uplink(const model::ul_message& stored, const model::eav_list& reco
         for (const auto& record : records) {
             bodies.push_back(record_body(record, false));
         }
-        roll_body = body(model::to_json(stored), "quillon_ul_client_roll", false);
+        roll_body = body(model::to_json(stored), roll_type, false);
     }
     for (int index = 0; index < clients.size(); ++index) {
         const QString& client = clients[index];
@@ -116,7 +101,7 @@ void publish_uplink(const model::ul_message& stored, const model::eav_list& reco
             send(publisher, wrap ? record_body(record, true) : bodies[n++],
                  record_route(stored, record, client, index));
         }
-        send(publisher, wrap ? body(model::to_json(stored), "quillon_ul_client_roll", true) : roll_body,
+        send(publisher, wrap ? body(model::to_json(stored), roll_type, true) : roll_body,
              roll_route(stored, client, index));
     }
 }

@@ -31,10 +31,6 @@ QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap);
 
 void publish_message(const model::ul_message& message, const QString& client, int index,
                      rabbit_publisher_impl& publisher, bool wrap);
-void publish_event(const model::ul_message& stored, const model::dev_event& event, const QString& client,
-                   int index, rabbit_publisher_impl& publisher, bool wrap);
-void publish_value(const model::ul_message& stored, const model::dev_value& value, const QString& client,
-                   int index, rabbit_publisher_impl& publisher, bool wrap);
 // Everything one uplink publishes: for each client in turn (index = its position), every
 // record in list order and then the stored message.
 void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
