@@ -31,7 +31,7 @@ sqlite_config sqlite_config::from_json(const QJsonObject& o) {
         qWarning() << "SQLite store: \"path\" is not a file name; using" << c.path;
     c.path = QFileInfo(c.path).absoluteFilePath();
 
-    const QString synchronous = o.value("synchronous").toString("NORMAL").toUpper();
+    const QString synchronous = o.value("synchronous").toString("FULL").toUpper();
     if (synchronous != "NORMAL" && synchronous != "FULL")
         throw std::runtime_error(QString("SQLite store %1: \"synchronous\" must be \"NORMAL\" or \"FULL\"")
                                      .arg(c.path)

@@ -9,8 +9,9 @@ namespace sqlite_db {
 // (plug_db_driver_sqlite.json beside the plugin) holds:
 //   "path"            database file; relative paths are taken from the working
 //                     directory (default "quillon.db")
-//   "synchronous"     "NORMAL" (default: under WAL a power loss may cost the last
-//                     transactions, a process crash costs nothing) or "FULL"
+//   "synchronous"     "FULL" (default: every commit reaches the disk before it is
+//                     acknowledged) or "NORMAL" (a power loss may cost the last
+//                     acknowledged transactions; a process crash costs nothing)
 //   "purge_interval"  seconds between clean-ups of expired rows (default 60, 0 = off)
 //   "purge_batch"     most rows deleted per table and clean-up (default 500)
 //   "busy_timeout"    ms to wait for another process's write lock (default 5000)
@@ -24,7 +25,7 @@ inline constexpr const char* plugin_name = "db_driver_sqlite";
 
 struct sqlite_config {
     QString path = "quillon.db";  // absolute after from_json
-    bool synchronous_full = false;
+    bool synchronous_full = true;
     int purge_interval_s = 60;
     int purge_batch = 500;
     int busy_timeout_ms = 5000;

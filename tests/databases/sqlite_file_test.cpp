@@ -207,6 +207,24 @@ TEST(SqliteFile, SchemaIsCreatedOnceAndSynchronousIsConfigurable) {
     EXPECT_EQ(raw.scalar("SELECT MAX(version) FROM schema_version").toInt(), 1);
 }
 
+// An acknowledged uplink must survive a power loss: every commit is synced unless the
+// operator opts out. SQLite reports the level as 2 for FULL and 1 for NORMAL.
+TEST(SqliteFile, CommitsAreSyncedToDiskUnlessNormalIsChosen) {
+    QTemporaryDir dir;
+    auto level = [&](const QJsonObject& config) {
+        sqlite_db::backend db(sqlite_db::sqlite_config::from_json(config));
+        QSqlQuery& q = db.statement("PRAGMA synchronous");
+        db.run(q);
+        const int value = q.next() ? q.value(0).toInt() : -1;
+        q.finish();
+        return value;
+    };
+    EXPECT_EQ(level(config_for(dir.filePath("default.db"))), 2);
+    QJsonObject normal = config_for(dir.filePath("normal.db"));
+    normal["synchronous"] = "normal";
+    EXPECT_EQ(level(normal), 1);
+}
+
 TEST(SqliteFile, OneModemHistoryQueriesAreServedByIndexes) {
     QTemporaryDir dir;
     const QString path = dir.filePath("store.db");
