@@ -7,6 +7,7 @@
 #include <exception>
 #include <map>
 
+#include "amqp/handling_gate.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
 
@@ -64,6 +65,13 @@ struct rabbit_api_man::impl {
 
     QString reply_key() const { return cfg.bindings.isEmpty() ? QString() : cfg.bindings.first().second; }
 
+    void run_unit(const std::function<void()>& work) const {
+        if (runner) {
+            runner(work);
+        } else {
+            work();
+        }
+    }
     void timed_out(const QUuid& id);
     void handle_response(const api_message& message, uint64_t tag);
     void handle_command(const api_message& message, uint64_t tag);
@@ -75,6 +83,8 @@ struct rabbit_api_man::impl {
     std::map<QUuid, pending> commands;  // ordered by UUID comparison
     rabbit_receiver* receiver = nullptr;
     rabbit_publisher_impl* publisher = nullptr;
+    handling_gate* gate = nullptr;
+    unit_runner runner;
 };
 
 rabbit_api_man::rabbit_api_man(logger& log, const rabbit_api_config& cfg, command_factory factory,
@@ -90,6 +100,14 @@ rabbit_api_man::~rabbit_api_man() {
     m_impl->commands.clear();
     delete m_impl->receiver;
     delete m_impl->publisher;
+}
+
+void rabbit_api_man::set_gate(handling_gate* gate) {
+    m_impl->gate = gate;
+}
+
+void rabbit_api_man::set_unit_runner(unit_runner runner) {
+    m_impl->runner = std::move(runner);
 }
 
 QString rabbit_api_man::reply_key() const {
@@ -157,6 +175,11 @@ void rabbit_api_man::impl::timed_out(const QUuid& id) {
 
 void rabbit_api_man::listen(QJsonObject json, uint64_t message_tag) {
     auto& d = *m_impl;
+    if (d.gate && d.gate->busy()) {
+        d.gate->when_free(this, [this, json, message_tag] { listen(json, message_tag); });
+        return;
+    }
+    handling_gate::entry in(d.gate);
     try {
         const api_message message = api_message::from_json(json);
         if (message.msg_type == response_type) {
@@ -183,7 +206,9 @@ void rabbit_api_man::impl::handle_response(const api_message& message, uint64_t 
         receiver->ack_message(tag, false);
         return;
     }
-    const bool finished = it->second.on_result(message.data);
+    bool finished = false;
+    const auto on_result = it->second.on_result;
+    run_unit([&] { finished = on_result(message.data); });
     if (!finished) {
         receiver->ack_message(tag, false);
         return;
@@ -206,7 +231,9 @@ void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t t
     if (!handler) {
         throw std::runtime_error((message.msg_type + " has no handler").toStdString());
     }
-    const QJsonObject result = handler->execute(message);
+    // The reply and the acknowledgement go out only once the command's writes are stored.
+    QJsonObject result;
+    run_unit([&] { result = handler->execute(message); });
     if (!message.sender.isEmpty()) {
         QJsonObject response;
         response.insert("msg_type", response_type);

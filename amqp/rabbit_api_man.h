@@ -15,6 +15,7 @@
 
 class rabbit_receiver;
 class rabbit_publisher_impl;
+class handling_gate;
 
 // The service's request/response endpoint: sends commands and matches their responses,
 // and answers commands addressed to this service through the handler factory.
@@ -27,6 +28,15 @@ public:
                    QObject* parent = nullptr, int timeout_ms = default_timeout_ms);
     ~rabbit_api_man() override;
     Q_DISABLE_COPY(rabbit_api_man)
+
+    // Runs a command's execution (or a response's handler) as one unit of work: its
+    // writes are committed when it returns, and it throws when they cannot be.
+    using unit_runner = std::function<void(const std::function<void()>& work)>;
+
+    // A delivery that arrives while the gate is busy waits until it is free. Null: none.
+    void set_gate(handling_gate* gate);
+    // Without a runner the work runs as it is.
+    void set_unit_runner(unit_runner runner);
 
     // The routing key this service puts into "sender".
     QString reply_key() const;

@@ -18,6 +18,22 @@ QString compact(const QJsonObject& object) {
 bool is_dl_report(const QString& type) {
     return type == "dl_queued" || type == "dl_inprocess" || type == "dl_success" || type == "dl_fault";
 }
+
+// Sends straight through the command client, for callers outside the engine's handling.
+class direct_sender : public command_sender {
+public:
+    explicit direct_sender(rabbit_api_man& api) : m_api(api) {}
+    void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
+                      int sharded) override {
+        m_api.send_cmd(
+            type, data, routing_key, [](const QJsonDocument&) { return true; }, [](const QString&) {},
+            sharded);
+    }
+    QString api_key() const override { return m_api.config().api_key; }
+
+private:
+    rabbit_api_man& m_api;
+};
 }  // namespace
 
 Engiene::Engiene(DriverBuilder builder, EngineConfig config,
@@ -37,7 +53,8 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
       m_receiver(std::move(receiver)),
       m_publisher(std::move(publisher)),
       m_api(std::move(api)),
-      m_log(log) {
+      m_log(log),
+      m_outbox(std::make_unique<outbox>(*m_publisher, *m_api)) {
     m_driver = m_builder.build(
         m_messages, m_eav, [this](const model::dl_message& message) { return sendDlmessage(message); },
         static_cast<int>(m_config.ul_dl_ttl), m_config.position);
@@ -48,6 +65,8 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     m_batch.add_store(m_eav ? m_eav->write_batch() : nullptr);
     m_batch.add_store(m_state ? m_state->write_batch() : nullptr);
     m_batch.add_store(m_clients ? m_clients->write_batch() : nullptr);
+    m_api->set_gate(&m_gate);
+    m_api->set_unit_runner([this](const std::function<void()>& work) { runAlone(work); });
     connect(m_receiver.get(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
     m_flush_timer.setSingleShot(true);
     m_flush_timer.setInterval(0);
@@ -63,80 +82,89 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
 }
 
 Engiene::~Engiene() {
-    flushDeliveries();
+    commitAndSettle();
+    m_api->set_unit_runner(nullptr);
+    m_api->set_gate(nullptr);
 }
 
-void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
-    delivery_batch::delivery delivery{message, deliveryTag, false};
-    bool keep = true;
-    delivery.accepted = handle(message, deliveryTag, keep);
-    try {
-        m_batch.end_message(keep);
-    } catch (const std::exception& e) {
-        logFailure(QString("Std::exception: ") + e.what(), deliveryTag, message, nullptr);
-        delivery.accepted = false;
-    }
-    settleWhenStored(std::move(delivery));
-}
-
-bool Engiene::handle(const QJsonObject& message, quint64 deliveryTag, bool& keep) {
+// The one place where a delivery's outcome is decided. Heartbeats are processed in full
+// and still rejected; messages of other instances or drivers, and unknown types, are
+// rejected without a line.
+Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 deliveryTag) {
+    m_handling_tag = deliveryTag;
     model::ul_message parsed;
     try {
-        m_batch.begin_message();
-        controller_event event;
-        bool accepted = false;
-        if (dispatch(message, parsed, event, accepted) && accepted) {
-            afterAccepted(event);
-            return true;
+        const QString type = message.value("msg_type").toString();
+        if (type == "ul_app") {
+            if (!processUlApp(message, parsed)) {
+                return {outcome::reject, {}};
+            }
+            afterAccepted(controller_event{parsed});
+            return {outcome::acknowledge, {}};
         }
-        return false;
+        if (type == "ul_hb") {
+            processHeartbeat(message, parsed);
+            return {outcome::reject, {}};
+        }
+        if (is_dl_report(type)) {
+            model::dl_event report;
+            report.modem_id = message.value("modem_id").toInt(0);
+            report.msg_type = type;
+            report.status_id = message.value("status_id").toString();
+            if (!processDlEvent(report)) {
+                return {outcome::reject, {}};
+            }
+            afterAccepted(controller_event{report});
+            return {outcome::acknowledge, {}};
+        }
+        return {outcome::reject, {}};
     } catch (const std::exception& e) {
-        logFailure(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed);
+        return {outcome::reject_and_undo,
+                failureLine(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed)};
     } catch (const QString& text) {
-        logFailure("QString: " + text, deliveryTag, message, nullptr);
+        return {outcome::reject_and_undo, failureLine("QString: " + text, deliveryTag, message, nullptr)};
     } catch (...) {
-        logFailure(QString(), deliveryTag, message, nullptr);
+        return {outcome::reject_and_undo, failureLine(QString(), deliveryTag, message, nullptr)};
     }
-    keep = false;
-    return false;
-}
-
-// Runs the step for the message type. `accepted` tells whether the delivery is to be
-// acknowledged; heartbeats are processed in full and still rejected.
-bool Engiene::dispatch(const QJsonObject& message, model::ul_message& stored, controller_event& event,
-                       bool& accepted) {
-    const QString type = message.value("msg_type").toString();
-    if (type == "ul_app") {
-        accepted = processUlApp(message, stored);
-        event = stored;
-        return true;
-    }
-    if (type == "ul_hb") {
-        processHeartbeat(message, stored);
-        accepted = false;
-        return true;
-    }
-    if (is_dl_report(type)) {
-        model::dl_event report;
-        report.modem_id = message.value("modem_id").toInt(0);
-        report.msg_type = type;
-        report.status_id = message.value("status_id").toString();
-        accepted = processDlEvent(report);
-        event = report;
-        return true;
-    }
-    return false;
 }
 
 void Engiene::afterAccepted(const controller_event& event) {
-    QElapsedTimer timer;
-    timer.start();
-    if (m_driver->controller(event)) {
-        debug_timing::report("Controller executed in %1ms", timer);
+    afterStored("controller", [&] {
+        QElapsedTimer timer;
+        timer.start();
+        if (m_driver->controller(event)) {
+            debug_timing::report("Controller executed in %1ms", timer);
+        }
+    });
+    afterStored("DL queues", [&] {
+        QElapsedTimer timer;
+        timer.start();
+        if (processDlQueues(event)) {
+            debug_timing::report("DL queues executed in %1ms", timer);
+        }
+    });
+}
+
+void Engiene::afterStored(const char* step, const std::function<void()>& work) {
+    const unit u = beginUnit();
+    QString failure;
+    try {
+        work();
+    } catch (const std::exception& e) {
+        failure = QString::fromUtf8(e.what());
+    } catch (const QString& text) {
+        failure = text;
+    } catch (...) {
+        failure = "unknown exception";
     }
-    timer.restart();
-    if (processDlQueues(event)) {
-        debug_timing::report("DL queues executed in %1ms", timer);
+    if (!endUnit(u, failure.isEmpty())) {
+        throw std::runtime_error("the store lost the transaction of the burst");
+    }
+    if (!failure.isEmpty()) {
+        log_line(m_log, Error) << "instance: " << QString::number(m_config.position)
+                               << " message tag: " << static_cast<uint64_t>(m_handling_tag) << " step \""
+                               << step << "\" failed after the message was stored, its own writes undone: "
+                               << failure;
     }
 }
 
@@ -151,19 +179,17 @@ void Engiene::accept(const QJsonObject& message, quint64 deliveryTag) {
                           << " accepted: " << compact(message);
 }
 
-void Engiene::logFailure(const QString& what, quint64 deliveryTag, const QJsonObject& message,
-                         const model::ul_message* parsed) {
-    log_line line(m_log, Error);
-    line << "onUlReceived throw catch. ";
+QString Engiene::failureLine(const QString& what, quint64 deliveryTag, const QJsonObject& message,
+                             const model::ul_message* parsed) const {
+    QString line = "onUlReceived throw catch. ";
     if (what.isEmpty()) {
-        line << "Message_tag: " << static_cast<uint64_t>(deliveryTag) << " message: " << compact(message);
-        return;
+        return line + "Message_tag: " + QString::number(deliveryTag) + " message: " + compact(message);
     }
-    line << what << " Message_tag: " << static_cast<uint64_t>(deliveryTag)
-         << " Message: " << compact(message);
+    line += what + " Message_tag: " + QString::number(deliveryTag) + " Message: " + compact(message);
     if (parsed) {
-        line << " Parsed message: " << compact(model::to_json(*parsed));
+        line += " Parsed message: " + compact(model::to_json(*parsed));
     }
+    return line;
 }
 
 bool Engiene::isMine(int modem_id, const QString& protocol, const QString& hw_type) const {
@@ -176,8 +202,19 @@ bool Engiene::driverAccepts(const QString& protocol, const QString& hw_type) con
 }
 
 void Engiene::onControllerTick() {
+    if (m_gate.busy()) {
+        if (!m_tick_waiting) {
+            m_tick_waiting = true;
+            m_gate.when_free(this, [this] {
+                m_tick_waiting = false;
+                onControllerTick();
+            });
+        }
+        return;
+    }
+    handling_gate::entry in(&m_gate);
     try {
-        m_driver->controller(controller_event{model::ul_message{}});
+        runAlone([this] { m_driver->controller(controller_event{model::ul_message{}}); });
     } catch (...) {
         log_line(m_log, Error) << "instance: " << QString::number(m_config.position)
                                << "controller by timer exception";
@@ -187,11 +224,16 @@ void Engiene::onControllerTick() {
 QJsonObject Engiene::sendDlmessageRAW(const model::dl_message& message,
                                       std::shared_ptr<interfaces::IMessagesDatabase> messages,
                                       rabbit_api_man* api, QString payloadOverride) {
-    return dl_sending::send_raw(message, *messages, *api, payloadOverride);
+    direct_sender sender(*api);
+    return dl_sending::send_raw(message, *messages, sender, payloadOverride);
+}
+
+QJsonObject Engiene::sendRaw(const model::dl_message& message, const QString& payloadOverride) {
+    return dl_sending::send_raw(message, *m_messages, *m_outbox, payloadOverride);
 }
 
 QJsonObject Engiene::sendDlmessage(const model::dl_message& message) {
-    return dl_sending::send_driver_built(message, *m_driver, *m_messages, *m_clients, *m_api,
+    return dl_sending::send_driver_built(message, *m_driver, *m_messages, *m_clients, *m_outbox,
                                          m_config.ul_dl_ttl);
 }
 
@@ -201,14 +243,13 @@ QJsonObject Engiene::send_downlink(const model::dl_message& message) {
 
 void Engiene::publish_record(const model::ul_message& stored, const model::eav_record& record,
                              const QString& client, int index, bool wrap) {
-    publication::publish_record(stored, record, client, index, *m_publisher, wrap);
+    publication::publish_record(stored, record, client, index, *m_outbox, wrap);
 }
 
 void Engiene::publish_roll(const model::ul_message& message, const QString& client, int index, bool wrap) {
-    publication::publish_message(message, client, index, *m_publisher, wrap);
+    publication::publish_message(message, client, index, *m_outbox, wrap);
 }
 
 void Engiene::send_command(const QString& type, const QJsonObject& data, const QString& routing_key) {
-    m_api->send_cmd(
-        type, data, routing_key, [](const QJsonDocument&) { return true; }, [](const QString&) {}, 0);
+    m_outbox->send_command(type, data, routing_key, 0);
 }

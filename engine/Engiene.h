@@ -4,8 +4,10 @@
 #include <QObject>
 #include <QRegExp>
 #include <QTimer>
+#include <functional>
 #include <memory>
 
+#include "amqp/handling_gate.h"
 #include "amqp/rabbit_api_man.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
@@ -14,11 +16,17 @@
 #include "engine/delivery_batch.h"
 #include "engine/driver_builder.h"
 #include "engine/engine_services.h"
+#include "engine/outbox.h"
 #include "interfaces/factories.h"
 #include "model/records.h"
 
 // The central object: takes every consumed uplink, has the driver decode it, stores and
 // publishes the results, runs the downlink queues and acknowledges or rejects.
+//
+// One message at a time: a delivery, a command or a timer tick that arrives while
+// another is being handled (a publisher waiting for its link runs the event loop) waits
+// at the gate until that one is finished. What handling sends out is held in the outbox
+// until the writes it speaks of are committed; deliveries are settled after that.
 class Engiene : public QObject, public IEngineServices {
     Q_OBJECT
 public:
@@ -39,6 +47,7 @@ public:
     // The downlink-queue step after an accepted message; true when it ran.
     bool processDlQueues(const controller_event& event);
 
+    // Sends at once, outside any handling (the engine itself sends through its outbox).
     static QJsonObject sendDlmessageRAW(const model::dl_message& message,
                                         std::shared_ptr<interfaces::IMessagesDatabase> messages,
                                         rabbit_api_man* api, QString payloadOverride);
@@ -55,34 +64,55 @@ public:
     rabbit_api_man* api() const { return m_api.get(); }
     rabbit_receiver* receiver() const { return m_receiver.get(); }
     const EngineConfig& config() const { return m_config; }
+    const handling_gate& gate() const { return m_gate; }
 
 public Q_SLOTS:
     void onUlReceived(QJsonObject message, quint64 deliveryTag);
 
 private Q_SLOTS:
     void onControllerTick();
-    // Commits the store writes of the deliveries handled since the last flush, then
-    // acknowledges or rejects them.
+    // Commits the store writes of the deliveries handled since the last flush, sends
+    // what they published, then acknowledges or rejects them.
     void flushDeliveries();
 
 private:
-    // Handles one message to the end; false when it is to be rejected. keep turns false
-    // when the handling failed and its writes are to be undone.
-    bool handle(const QJsonObject& message, quint64 deliveryTag, bool& keep);
-    // Settles at once, or after the commit of the open batch of writes.
-    void settleWhenStored(delivery_batch::delivery delivery);
+    // How the handling of one delivery ended; decided in handle() alone.
+    enum class outcome { acknowledge, reject, reject_and_undo };
+    struct handling_result {
+        outcome result = outcome::reject;
+        QString failure;  // the Error line when the handling failed
+    };
+    // A unit of work: store writes and outward messages kept or undone together.
+    struct unit {
+        std::size_t outbox_mark = 0;
+    };
+
+    // Delivery flow (settlement.cpp).
+    void handleDelivery(delivery_batch::delivery delivery);
+    void commitAndSettle();
+    void handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why);
     void settle(const delivery_batch::delivery& delivery);
-    bool dispatch(const QJsonObject& message, model::ul_message& stored, controller_event& event,
-                  bool& accept);
-    void afterAccepted(const controller_event& event);
-    void accept(const QJsonObject& message, quint64 deliveryTag);
+    unit beginUnit();
+    // False when the store lost the batch's transaction.
+    bool endUnit(const unit& u, bool keep);
+    // A command or a timer's work as one unit of its own: the open burst is committed
+    // first, then `work` runs and is committed; throws when it fails or cannot be stored.
+    void runAlone(const std::function<void()>& work);
+
+    handling_result handle(const QJsonObject& message, quint64 deliveryTag);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
     bool driverAccepts(const QString& protocol, const QString& hw_type) const;
+    // Steps after a message's own writes (downlink statuses, the controller hook, the
+    // queue step): each a unit of its own, whose failure is logged and undoes only it.
+    void afterStored(const char* step, const std::function<void()>& work);
+    void afterAccepted(const controller_event& event);
+    void accept(const QJsonObject& message, quint64 deliveryTag);
     void storeModemState(int modem_id, const QJsonObject& json, const QJsonObject* heartbeat);
     void publishToClients(const model::ul_message& stored, const model::eav_list& records);
     void refreshDlStatuses(const model::ul_message& stored);
-    void logFailure(const QString& what, quint64 deliveryTag, const QJsonObject& message,
-                    const model::ul_message* parsed);
+    QString failureLine(const QString& what, quint64 deliveryTag, const QJsonObject& message,
+                        const model::ul_message* parsed) const;
+    QJsonObject sendRaw(const model::dl_message& message, const QString& payloadOverride);
 
     DriverBuilder m_builder;
     EngineConfig m_config;
@@ -94,12 +124,18 @@ private:
     // The driver's name and hardware pattern, fixed for the process: compiled once, not per message.
     QString m_driver_protocol;
     QRegExp m_hw_pattern;
+    // Outlives the endpoints, whose waiting work refers to it.
+    handling_gate m_gate;
     std::unique_ptr<rabbit_receiver> m_receiver;
     std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> m_publisher;
     std::unique_ptr<rabbit_api_man> m_api;
     logger& m_log;
     QTimer m_controller_timer;
     delivery_batch m_batch;
+    std::unique_ptr<outbox> m_outbox;
     // Flushes deliveries that arrived some other way than a burst from the receiver.
     QTimer m_flush_timer;
+    bool m_flush_waiting = false;  // a flush waits at the gate
+    bool m_tick_waiting = false;   // a controller tick waits at the gate
+    quint64 m_handling_tag = 0;    // the delivery being handled, for log lines
 };

@@ -9,7 +9,7 @@ void delivery_batch::add_store(interfaces::IWriteBatch* store) {
     }
 }
 
-void delivery_batch::begin_message() {
+void delivery_batch::begin_unit() {
     if (!enabled()) {
         return;
     }
@@ -25,37 +25,40 @@ void delivery_batch::begin_message() {
     }
 }
 
-void delivery_batch::end_message(bool keep) {
+bool delivery_batch::end_unit(bool keep) {
     if (!m_open || m_depth == 0) {
-        return;
+        return true;
     }
     --m_depth;
+    bool intact = true;
     for (auto* store : m_stores) {
-        store->end_item(keep);
+        intact = store->end_item(keep) && intact;
     }
+    return intact;
 }
 
-void delivery_batch::commit(const settle_fn& settle, const failure_fn& failed) {
+bool delivery_batch::commit(QString* error) {
     if (!m_open) {
-        return;
+        return true;
     }
     m_open = false;
     m_depth = 0;
-    std::vector<delivery> deferred;
-    deferred.swap(m_deferred);
-    QString error;
+    QString failure;
     for (auto* store : m_stores) {
         try {
             store->commit_batch();
         } catch (const std::exception& e) {
-            error = QString::fromUtf8(e.what());
+            failure = QString::fromUtf8(e.what());
         }
     }
-    for (const delivery& d : deferred) {
-        if (error.isEmpty()) {
-            settle(d);
-        } else {
-            failed(d, error);
-        }
+    if (error) {
+        *error = failure;
     }
+    return failure.isEmpty();
+}
+
+std::vector<delivery_batch::delivery> delivery_batch::take_deferred() {
+    std::vector<delivery> out;
+    out.swap(m_deferred);
+    return out;
 }

@@ -3,43 +3,44 @@
 #include <QJsonObject>
 #include <QString>
 #include <cstddef>
-#include <functional>
 #include <vector>
 
 #include "interfaces/IWriteBatch.h"
 
 // Groups the store writes of a burst of deliveries into one transaction per store back
-// end, each delivery's own writes a unit inside it that a failure undoes alone.
-// Deliveries handled inside the batch are settled (acknowledged or rejected) only after
-// it is committed, so an acknowledged message is always stored. Without a store that
-// offers batches, nothing is deferred.
+// end. Inside it, units of work (a delivery, a step after it) nest, and each can be
+// undone alone. Deliveries handled inside the batch are kept here until it is committed,
+// so that none is acknowledged before its writes are stored. Without a store that
+// offers batches nothing is opened: every store call commits by itself.
 class delivery_batch {
 public:
     struct delivery {
         QJsonObject message;
         quint64 tag = 0;
         bool accepted = false;
+        QString failure;  // logged when the delivery is settled
     };
-    using settle_fn = std::function<void(const delivery&)>;
-    using failure_fn = std::function<void(const delivery&, const QString& why)>;
 
     // Null and repeated back ends (one back end serving several stores) are ignored.
     void add_store(interfaces::IWriteBatch* store);
     bool enabled() const { return !m_stores.empty(); }
     bool is_open() const { return m_open; }
-    bool in_message() const { return m_depth > 0; }
+    bool in_unit() const { return m_depth > 0; }
     std::size_t deferred() const { return m_deferred.size(); }
 
-    // Opens the batch when none is open, then the unit of one message. Throws when the
-    // store cannot begin.
-    void begin_message();
-    // keep = false undoes the message's writes. Throws when the store fails.
-    void end_message(bool keep);
+    // Opens the batch when none is open, then a unit inside it. Throws when a store
+    // cannot begin.
+    void begin_unit();
+    // keep = false undoes the unit's writes. False when a store has lost the batch's
+    // transaction (an I/O error, a full disk): then nothing of the batch is stored and
+    // the batch must be ended with commit(), which fails.
+    bool end_unit(bool keep);
     void defer(delivery d) { m_deferred.push_back(std::move(d)); }
 
-    // Commits, then settles every deferred delivery in arrival order. When a commit fails
-    // nothing of the batch is taken as stored: each delivery goes to `failed` instead.
-    void commit(const settle_fn& settle, const failure_fn& failed);
+    // Commits every store; false with `error` set when one failed, and then nothing of
+    // the batch is to be taken as stored. The deferred deliveries stay for take_deferred().
+    bool commit(QString* error);
+    std::vector<delivery> take_deferred();
 
 private:
     std::vector<interfaces::IWriteBatch*> m_stores;

@@ -9,11 +9,12 @@ bool may_outdate(int status) {
 }  // namespace
 
 dl_queue_step::dl_queue_step(interfaces::IDriverState& state, interfaces::IDownlinkStore& downlinks,
-                             entry_sender sender)
+                             entry_sender sender, logger* log)
     : m_state(state),
       m_downlinks(downlinks),
       m_sender(std::move(sender)),
-      m_now([] { return QDateTime::currentSecsSinceEpoch(); }) {}
+      m_now([] { return QDateTime::currentSecsSinceEpoch(); }),
+      m_log(log) {}
 
 void dl_queue_step::run(int modem_id) {
     const auto guard = m_state.lock(modem_id);
@@ -69,7 +70,7 @@ dl_queue_step::queue_outcome dl_queue_step::visit_entries(model::dl_queue& queue
             send(entry, queue, modem_id);
             return queue_outcome::ended_early;
         }
-        if (entry.status == model::WAIT && follow_sent_entry(entry)) {
+        if (entry.status == model::WAIT && follow_sent_entry(entry, modem_id)) {
             return queue_outcome::ended_early;
         }
         if (entry.status == model::NONE || entry.status == model::FAIL) {
@@ -83,8 +84,20 @@ dl_queue_step::queue_outcome dl_queue_step::visit_entries(model::dl_queue& queue
     return failed ? queue_outcome::failed : queue_outcome::done;
 }
 
-bool dl_queue_step::follow_sent_entry(model::dl_queue_entry& entry) {
-    const model::dl_message message = m_downlinks.get(entry.db_id);
+bool dl_queue_step::follow_sent_entry(model::dl_queue_entry& entry, int modem_id) {
+    model::dl_message message;
+    try {
+        message = m_downlinks.get(entry.db_id);
+    } catch (const QString& not_found) {
+        // Expired or removed: its outcome can never be known. The entry fails (and is sent
+        // again while repeats are left) instead of stopping every later uplink of the modem.
+        if (m_log) {
+            log_line(*m_log, Warning) << "DL queue of modem " << QString::number(modem_id) << ": "
+                                      << not_found << "; its entry fails";
+        }
+        entry.status = model::FAIL;
+        return false;
+    }
     if (message.timestamp.addSecs(message.timeout).toSecsSinceEpoch() < m_now()) {
         m_downlinks.set_status(entry.db_id, model::TIMEOUT);
         entry.status = model::FAIL;

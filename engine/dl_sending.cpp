@@ -2,8 +2,6 @@
 
 #include <QDateTime>
 
-#include "amqp/rabbit_api_man.h"
-
 namespace dl_sending {
 
 namespace {
@@ -63,7 +61,7 @@ QString splice_placeholders(QByteArray bytes) {
 }
 
 QJsonObject send_raw(const model::dl_message& message, interfaces::IMessagesDatabase& messages,
-                     rabbit_api_man& api, const QString& payload_override) {
+                     command_sender& sender, const QString& payload_override) {
     QString payload =
         payload_override.isEmpty() ? QString::fromLatin1(message.payload.toHex()) : payload_override;
     const int nul = payload.indexOf(QChar(0));
@@ -73,22 +71,21 @@ QJsonObject send_raw(const model::dl_message& message, interfaces::IMessagesData
     model::dl_message stored = message;
     messages.dl().save(stored);
     // The outcome arrives later as a "dl_success" or "dl_fault" report.
-    api.send_cmd(
-        "dl", dl_command_data(stored, payload, api.config().api_key), netcore_route,
-        [](const QJsonDocument&) { return true; }, [](const QString&) {}, stored.modem_id);
+    sender.send_command("dl", dl_command_data(stored, payload, sender.api_key()), netcore_route,
+                        stored.modem_id);
     return QJsonObject{{"ok", true}, {"bd_id", stored.db_id}};
 }
 
 QJsonObject send_driver_built(model::dl_message message, interfaces::IDriver& driver,
                               interfaces::IMessagesDatabase& messages,
-                              interfaces::IDeviceClientsDatabase& clients, rabbit_api_man& api,
+                              interfaces::IDeviceClientsDatabase& clients, command_sender& sender,
                               uint32_t ttl_seconds) {
     const auto device = device_of(message.modem_id, messages, clients);
     const QString payload_text = splice_placeholders(driver.encode_dl(message, device));
     message.payload = QByteArray::fromHex(payload_text.toLatin1());
     message.ttl = QDateTime::currentDateTimeUtc().addSecs(ttl_seconds);
     message.protocol = driver.type_name();
-    return send_raw(message, messages, api, payload_text);
+    return send_raw(message, messages, sender, payload_text);
 }
 
 }  // namespace dl_sending

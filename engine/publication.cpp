@@ -3,18 +3,9 @@
 #include <QJsonDocument>
 #include <QUuid>
 
-#include "amqp/rabbit_publisher.h"
 #include "model/json.h"
 
 namespace publication {
-
-namespace {
-const QString mime_type = QStringLiteral("text/plain");
-
-void send(rabbit_publisher_impl& publisher, const QByteArray& payload, const QString& route) {
-    publisher.publish_string(payload, route.toLatin1(), mime_type);
-}
-}  // namespace
 
 QString fill_route(const QString& route_template, const QStringList& parts) {
     QString route = route_template;
@@ -72,17 +63,17 @@ QString record_route(const model::ul_message& stored, const model::eav_record& r
 }  // namespace
 
 void publish_message(const model::ul_message& message, const QString& client, int index,
-                     rabbit_publisher_impl& publisher, bool wrap) {
-    send(publisher, body(model::to_json(message), roll_type, wrap), roll_route(message, client, index));
+                     publication_sink& sink, bool wrap) {
+    sink.publish(body(model::to_json(message), roll_type, wrap), roll_route(message, client, index));
 }
 
 void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
-                    int index, rabbit_publisher_impl& publisher, bool wrap) {
-    send(publisher, record_body(record, wrap), record_route(stored, record, client, index));
+                    int index, publication_sink& sink, bool wrap) {
+    sink.publish(record_body(record, wrap), record_route(stored, record, client, index));
 }
 
 void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
-                    const QStringList& clients, rabbit_publisher_impl& publisher, bool wrap) {
+                    const QStringList& clients, publication_sink& sink, bool wrap) {
     // Unwrapped bodies are the same for every client: serialized once. A wrapped body
     // carries a fresh command id per publication.
     std::vector<QByteArray> bodies;
@@ -98,11 +89,11 @@ void publish_uplink(const model::ul_message& stored, const model::eav_list& reco
         const QString& client = clients[index];
         size_t n = 0;
         for (const auto& record : records) {
-            send(publisher, wrap ? record_body(record, true) : bodies[n++],
-                 record_route(stored, record, client, index));
+            sink.publish(wrap ? record_body(record, true) : bodies[n++],
+                         record_route(stored, record, client, index));
         }
-        send(publisher, wrap ? body(model::to_json(stored), roll_type, true) : roll_body,
-             roll_route(stored, client, index));
+        sink.publish(wrap ? body(model::to_json(stored), roll_type, true) : roll_body,
+                     roll_route(stored, client, index));
     }
 }
 

@@ -5,9 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "engine/output_sinks.h"
 #include "model/records.h"
-
-class rabbit_publisher_impl;
 
 // Publication of stored messages and decoded records to the client applications.
 namespace publication {
@@ -30,12 +29,12 @@ QString value_route(const model::ul_message& stored, const model::dev_value& val
 QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap);
 
 void publish_message(const model::ul_message& message, const QString& client, int index,
-                     rabbit_publisher_impl& publisher, bool wrap);
+                     publication_sink& sink, bool wrap);
 // Everything one uplink publishes: for each client in turn (index = its position), every
 // record in list order and then the stored message.
 void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
-                    const QStringList& clients, rabbit_publisher_impl& publisher, bool wrap);
+                    const QStringList& clients, publication_sink& sink, bool wrap);
 void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
-                    int index, rabbit_publisher_impl& publisher, bool wrap);
+                    int index, publication_sink& sink, bool wrap);
 
 }  // namespace publication

@@ -1,4 +1,4 @@
-// Settlement of deliveries: acknowledged or rejected once their writes are committed.
+// The delivery flow: units of work, commits, and settlement after them.
 #include <algorithm>
 
 #include "engine/Engiene.h"
@@ -9,8 +9,54 @@ namespace {
 constexpr std::size_t max_deferred_deliveries = 64;
 }  // namespace
 
-void Engiene::settleWhenStored(delivery_batch::delivery delivery) {
+void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
+    if (m_gate.busy()) {
+        m_gate.when_free(this, [this, message, deliveryTag] { onUlReceived(message, deliveryTag); });
+        return;
+    }
+    handling_gate::entry in(&m_gate);
+    handleDelivery({message, deliveryTag, false, QString()});
+}
+
+Engiene::unit Engiene::beginUnit() {
+    m_batch.begin_unit();
+    m_outbox->hold();
+    return unit{m_outbox->mark()};
+}
+
+bool Engiene::endUnit(const unit& u, bool keep) {
+    if (!keep) {
+        m_outbox->drop_from(u.outbox_mark);
+    }
+    return m_batch.end_unit(keep);
+}
+
+void Engiene::handleDelivery(delivery_batch::delivery delivery) {
+    unit u;
+    try {
+        u = beginUnit();
+    } catch (const std::exception& e) {
+        // The store cannot even begin (its lock is held elsewhere, the file is gone).
+        delivery.failure =
+            failureLine(QString("Std::exception: ") + e.what(), delivery.tag, delivery.message, nullptr);
+        m_outbox->drop();
+        settle(delivery);
+        return;
+    }
+    const handling_result handled = handle(delivery.message, delivery.tag);
+    delivery.accepted = handled.result == outcome::acknowledge;
+    delivery.failure = handled.failure;
+    if (!endUnit(u, handled.result != outcome::reject_and_undo)) {
+        // Nothing of the burst is stored any more: every delivery of it is handled again.
+        m_batch.defer(std::move(delivery));
+        QString error;
+        m_batch.commit(&error);
+        m_outbox->drop();
+        handleEachAlone(m_batch.take_deferred(), error);
+        return;
+    }
     if (!m_batch.is_open()) {
+        m_outbox->release();
         settle(delivery);
         return;
     }
@@ -18,8 +64,8 @@ void Engiene::settleWhenStored(delivery_batch::delivery delivery) {
     // Half the prefetch window: its acknowledgements let the broker send the next
     // deliveries while this burst's others are handled.
     const std::size_t window = std::size_t(std::max(1, m_receiver->prefetch() / 2));
-    if (m_batch.deferred() >= std::min(window, max_deferred_deliveries) && !m_batch.in_message()) {
-        flushDeliveries();
+    if (m_batch.deferred() >= std::min(window, max_deferred_deliveries)) {
+        commitAndSettle();
         m_receiver->flush_settlements();
     } else if (!m_flush_timer.isActive()) {
         m_flush_timer.start();
@@ -27,23 +73,105 @@ void Engiene::settleWhenStored(delivery_batch::delivery delivery) {
 }
 
 void Engiene::flushDeliveries() {
-    if (m_batch.in_message()) {
-        // Reached from an event loop run inside a message's handling: after it.
-        m_flush_timer.start();
+    if (m_gate.busy()) {
+        // Reached from an event loop run inside some handling: after it, once.
+        if (!m_flush_waiting) {
+            m_flush_waiting = true;
+            m_gate.when_free(this, [this] {
+                m_flush_waiting = false;
+                flushDeliveries();
+            });
+        }
         return;
     }
+    handling_gate::entry in(&m_gate);
     m_flush_timer.stop();
-    m_batch.commit([this](const delivery_batch::delivery& d) { settle(d); },
-                   [this](const delivery_batch::delivery& d, const QString& why) {
-                       logFailure("Std::exception: " + why, d.tag, d.message, nullptr);
-                       m_receiver->reject_message(d.tag);
-                   });
+    commitAndSettle();
+}
+
+void Engiene::commitAndSettle() {
+    if (!m_batch.is_open()) {
+        return;
+    }
+    QString error;
+    if (!m_batch.commit(&error)) {
+        m_outbox->drop();
+        handleEachAlone(m_batch.take_deferred(), error);
+        return;
+    }
+    const std::vector<delivery_batch::delivery> deliveries = m_batch.take_deferred();
+    m_outbox->release();
+    for (const auto& delivery : deliveries) {
+        settle(delivery);
+    }
+}
+
+// A burst whose commit failed: so that one delivery's failure costs no other, each is
+// handled again in a transaction of its own, and only those that fail alone are rejected.
+void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why) {
+    if (deliveries.empty()) {
+        return;
+    }
+    log_line(m_log, Warning) << "the store could not commit a burst of " << QString::number(deliveries.size())
+                             << " deliveries (" << why << "); each is handled again on its own";
+    for (auto& delivery : deliveries) {
+        QString error;
+        bool stored = false;
+        handling_result handled;
+        try {
+            const unit u = beginUnit();
+            handled = handle(delivery.message, delivery.tag);
+            stored = endUnit(u, handled.result != outcome::reject_and_undo) && m_batch.commit(&error);
+            if (!stored && m_batch.is_open()) {
+                m_batch.commit(&error);
+            }
+        } catch (const std::exception& e) {
+            error = QString::fromUtf8(e.what());
+        }
+        if (!stored) {
+            m_outbox->drop();
+            delivery.accepted = false;
+            delivery.failure =
+                failureLine("Std::exception: " + error, delivery.tag, delivery.message, nullptr);
+        } else {
+            m_outbox->release();
+            delivery.accepted = handled.result == outcome::acknowledge;
+            delivery.failure = handled.failure;
+        }
+        settle(delivery);
+    }
 }
 
 void Engiene::settle(const delivery_batch::delivery& delivery) {
+    if (!delivery.failure.isEmpty()) {
+        log_line(m_log, Error) << delivery.failure;
+    }
     if (delivery.accepted) {
         accept(delivery.message, delivery.tag);
     } else {
         m_receiver->reject_message(delivery.tag);
     }
+}
+
+void Engiene::runAlone(const std::function<void()>& work) {
+    commitAndSettle();
+    const unit u = beginUnit();
+    try {
+        work();
+    } catch (...) {
+        QString ignored;
+        endUnit(u, false);
+        m_batch.commit(&ignored);
+        m_outbox->drop();
+        throw;
+    }
+    QString error;
+    if (!endUnit(u, true) || !m_batch.commit(&error)) {
+        if (m_batch.is_open()) {
+            m_batch.commit(&error);
+        }
+        m_outbox->drop();
+        throw std::runtime_error(("the store could not commit: " + error).toStdString());
+    }
+    m_outbox->release();
 }

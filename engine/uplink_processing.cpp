@@ -50,7 +50,7 @@ bool Engiene::processUlApp(const QJsonObject& json, model::ul_message& stored) {
         publishToClients(stored, records);
     }
     if (m_driver->needs_dl_processing(controller_event{stored})) {
-        refreshDlStatuses(stored);
+        afterStored("DL status refresh", [&] { refreshDlStatuses(stored); });
     }
     return true;
 }
@@ -109,8 +109,7 @@ void Engiene::publishToClients(const model::ul_message& stored, const model::eav
     if (clients.isEmpty()) {
         clients.append("null");
     }
-    publication::publish_uplink(stored, records, clients, *m_publisher,
-                                m_config.settings.ul_client_send_wrap);
+    publication::publish_uplink(stored, records, clients, *m_outbox, m_config.settings.ul_client_send_wrap);
 }
 
 // Lets the driver move the modem's unacknowledged downlinks on after an uplink.

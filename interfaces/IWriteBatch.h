@@ -8,15 +8,19 @@ namespace interfaces {
 // has returned, so what was acknowledged is stored all the same; the store saves one
 // commit (and its page writes) per message.
 //
-// Without a batch open, every store call commits by itself as before.
+// Items nest: a unit of work inside another one (a step after a message's own writes)
+// can be undone without the outer one. Without a batch open, every store call commits
+// by itself as before.
 class IWriteBatch {
 public:
     virtual ~IWriteBatch() = default;
     virtual void begin_batch() = 0;
-    // Opens the unit of one message inside the batch.
+    // Opens a unit inside the batch (inside the innermost open unit, if any).
     virtual void begin_item() = 0;
-    // keep = false undoes everything written since begin_item().
-    virtual void end_item(bool keep) = 0;
+    // keep = false undoes everything written since the matching begin_item(). Returns
+    // false when the batch's transaction is gone (the database rolled it back after an
+    // error): nothing of the batch is stored, and commit_batch() will throw.
+    virtual bool end_item(bool keep) = 0;
     // Throws when the commit fails; nothing of the batch is stored then.
     virtual void commit_batch() = 0;
     virtual bool batch_open() const = 0;

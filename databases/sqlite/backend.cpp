@@ -134,6 +134,9 @@ int backend::purge_all(int max_rows) {
 }
 
 void backend::purge_tick() {
+    // Inside an open transaction the clean-up would join it: it waits for the next tick.
+    if (m_transaction_depth > 0)
+        return;
     // A timer slot must not let an exception into the event loop.
     try {
         purge_all(m_config.purge_batch);
@@ -156,24 +159,29 @@ void backend::begin_item() {
     // A broken batch has no transaction left: a savepoint would open a new one.
     if (!m_batch_open || m_batch_broken)
         return;
-    run_plain("SAVEPOINT item");
+    run_plain(QString("SAVEPOINT item%1").arg(m_item_depth + 1));
     ++m_item_depth;
 }
 
-void backend::end_item(bool keep) {
-    if (!m_batch_open || m_item_depth == 0)
-        return;
+bool backend::end_item(bool keep) {
+    if (!m_batch_open || m_batch_broken)
+        return !m_batch_broken;
+    if (m_item_depth == 0)
+        return true;
+    const QString name = QString("item%1").arg(m_item_depth);
     --m_item_depth;
-    // Savepoints of the same name nest: these reach the innermost one. They fail when
-    // SQLite itself has rolled the whole transaction back after an error (a full disk,
-    // an I/O error): then nothing of the batch is stored, which its commit reports.
+    // These fail when SQLite itself has rolled the whole transaction back after an error
+    // (a full disk, an I/O error): then nothing of the batch is stored, which its commit
+    // reports.
     QSqlQuery q(m_db);
-    if ((!keep && !q.exec("ROLLBACK TO item")) || !q.exec("RELEASE item")) {
+    if ((!keep && !q.exec("ROLLBACK TO " + name)) || !q.exec("RELEASE " + name)) {
         qWarning() << "SQLite store" << m_config.path
                    << "batch lost its transaction:" << q.lastError().text();
         m_batch_broken = true;
         m_item_depth = 0;
+        return false;
     }
+    return true;
 }
 
 void backend::commit_batch() {

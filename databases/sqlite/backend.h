@@ -58,10 +58,10 @@ public:
     };
 
     // A batch is the outermost transaction: store calls made while it is open join it.
-    // Each item is a savepoint inside it.
+    // Each item is a savepoint inside it, named by its depth.
     void begin_batch() override;
     void begin_item() override;
-    void end_item(bool keep) override;
+    bool end_item(bool keep) override;
     void commit_batch() override;
     bool batch_open() const override { return m_batch_open; }
 

@@ -1,5 +1,5 @@
 // The grouping of a burst's deliveries over store back ends, with back ends that record
-// what they were asked and can fail their commit.
+// what they were asked and can fail their commit or lose their transaction.
 
 #include <gtest/gtest.h>
 
@@ -13,6 +13,7 @@ class recording_batch : public interfaces::IWriteBatch {
 public:
     QStringList m_calls;
     bool m_fail_commit = false;
+    bool m_lose_transaction = false;
     bool m_open = false;
 
     void begin_batch() override {
@@ -20,7 +21,10 @@ public:
         m_open = true;
     }
     void begin_item() override { m_calls << "item"; }
-    void end_item(bool keep) override { m_calls << (keep ? "keep" : "undo"); }
+    bool end_item(bool keep) override {
+        m_calls << (keep ? "keep" : "undo");
+        return !m_lose_transaction;
+    }
     void commit_batch() override {
         m_calls << "commit";
         m_open = false;
@@ -32,7 +36,15 @@ public:
 };
 
 delivery_batch::delivery delivery(quint64 tag, bool accepted) {
-    return {QJsonObject{{"n", int(tag)}}, tag, accepted};
+    return {QJsonObject{{"n", int(tag)}}, tag, accepted, QString()};
+}
+
+std::vector<quint64> tags(const std::vector<delivery_batch::delivery>& deliveries) {
+    std::vector<quint64> out;
+    for (const auto& d : deliveries) {
+        out.push_back(d.tag);
+    }
+    return out;
 }
 
 }  // namespace
@@ -41,13 +53,15 @@ TEST(DeliveryBatch, WithoutBatchingStoresNothingIsOpenedOrDeferred) {
     delivery_batch batch;
     batch.add_store(nullptr);
     EXPECT_FALSE(batch.enabled());
-    batch.begin_message();
+    batch.begin_unit();
     EXPECT_FALSE(batch.is_open());
-    EXPECT_FALSE(batch.in_message());
-    batch.end_message(false);
+    EXPECT_FALSE(batch.in_unit());
+    EXPECT_TRUE(batch.end_unit(false));
+    QString error;
+    EXPECT_TRUE(batch.commit(&error));
 }
 
-TEST(DeliveryBatch, EachBackEndIsAskedOnceAndSettlementFollowsTheCommitInArrivalOrder) {
+TEST(DeliveryBatch, EachBackEndIsAskedOnceAndUnitsNestInsideOneTransaction) {
     recording_batch a;
     recording_batch b;
     delivery_batch batch;
@@ -55,37 +69,33 @@ TEST(DeliveryBatch, EachBackEndIsAskedOnceAndSettlementFollowsTheCommitInArrival
     batch.add_store(&b);
     batch.add_store(&a);  // a second store object of the same back end
 
-    batch.begin_message();
-    EXPECT_TRUE(batch.in_message());
-    batch.end_message(true);
+    batch.begin_unit();
+    EXPECT_TRUE(batch.in_unit());
+    batch.begin_unit();  // a step after the message's own writes
+    EXPECT_TRUE(batch.end_unit(false));
+    EXPECT_TRUE(batch.end_unit(true));
+    EXPECT_FALSE(batch.in_unit());
     batch.defer(delivery(7, true));
-    batch.begin_message();
-    batch.end_message(false);
+    batch.begin_unit();
+    EXPECT_TRUE(batch.end_unit(false));
     batch.defer(delivery(8, false));
     EXPECT_EQ(batch.deferred(), 2u);
 
-    std::vector<quint64> settled;
-    QStringList commits_at_settlement;
-    batch.commit(
-        [&](const delivery_batch::delivery& d) {
-            settled.push_back(d.tag);
-            commits_at_settlement << QString::number(a.m_calls.count("commit") + b.m_calls.count("commit"));
-        },
-        [&](const delivery_batch::delivery&, const QString&) { ADD_FAILURE() << "no commit failed"; });
-
-    EXPECT_EQ(a.m_calls, (QStringList{"begin", "item", "keep", "item", "undo", "commit"}));
+    QString error = "untouched";
+    EXPECT_TRUE(batch.commit(&error));
+    EXPECT_TRUE(error.isEmpty());
+    EXPECT_EQ(a.m_calls, (QStringList{"begin", "item", "item", "undo", "keep", "item", "undo", "commit"}));
     EXPECT_EQ(b.m_calls, a.m_calls);
-    EXPECT_EQ(settled, (std::vector<quint64>{7, 8}));
-    EXPECT_EQ(commits_at_settlement, (QStringList{"2", "2"}));
     EXPECT_FALSE(batch.is_open());
+    EXPECT_EQ(tags(batch.take_deferred()), (std::vector<quint64>{7, 8}));
     EXPECT_EQ(batch.deferred(), 0u);
 
-    // The next message opens a new batch.
-    batch.begin_message();
+    // The next unit opens a new batch.
+    batch.begin_unit();
     EXPECT_EQ(a.m_calls.count("begin"), 2);
 }
 
-TEST(DeliveryBatch, AFailedCommitHandsEveryDeliveryToTheFailurePathWithTheReason) {
+TEST(DeliveryBatch, AFailedCommitIsReportedWithTheReasonAndKeepsTheDeliveries) {
     recording_batch a;
     recording_batch b;
     b.m_fail_commit = true;
@@ -93,21 +103,25 @@ TEST(DeliveryBatch, AFailedCommitHandsEveryDeliveryToTheFailurePathWithTheReason
     batch.add_store(&a);
     batch.add_store(&b);
     for (quint64 tag : {1, 2}) {
-        batch.begin_message();
-        batch.end_message(true);
+        batch.begin_unit();
+        batch.end_unit(true);
         batch.defer(delivery(tag, true));
     }
 
-    std::vector<quint64> failed;
     QString reason;
-    batch.commit([&](const delivery_batch::delivery&) { ADD_FAILURE() << "settled after a failed commit"; },
-                 [&](const delivery_batch::delivery& d, const QString& why) {
-                     failed.push_back(d.tag);
-                     reason = why;
-                 });
-    EXPECT_EQ(failed, (std::vector<quint64>{1, 2}));
+    EXPECT_FALSE(batch.commit(&reason));
     EXPECT_EQ(reason, "disk I/O error");
     // Every back end was still asked to commit.
     EXPECT_EQ(a.m_calls.count("commit"), 1);
     EXPECT_FALSE(batch.is_open());
+    EXPECT_EQ(tags(batch.take_deferred()), (std::vector<quint64>{1, 2}));
+}
+
+TEST(DeliveryBatch, ALostTransactionIsToldWhenTheUnitEnds) {
+    recording_batch a;
+    delivery_batch batch;
+    batch.add_store(&a);
+    batch.begin_unit();
+    a.m_lose_transaction = true;
+    EXPECT_FALSE(batch.end_unit(true));
 }

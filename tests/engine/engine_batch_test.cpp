@@ -3,10 +3,8 @@
 
 #include <QCoreApplication>
 #include <QJsonDocument>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 
-#include "engine_fixture.h"
+#include "sqlite_engine_fixture.h"
 
 namespace {
 
@@ -16,50 +14,6 @@ QJsonObject heartbeat(int modem) {
         {"payload", "0102"},   {"iterator", 5},     {"time_detected", 1900000000}, {"temperature", 21.5},
         {"voltage", 3.6}};
 }
-
-class EngineBatch : public EngineFixture {
-protected:
-    void SetUp() override {
-        EngineFixture::SetUp();
-        m_path = m_dir.filePath("engine.db");
-        QFile config(m_dir.filePath("plug_db_driver_sqlite.json"));
-        ASSERT_TRUE(config.open(QIODevice::WriteOnly));
-        config.write(QJsonDocument(QJsonObject{{"path", m_path}, {"purge_interval", 0}}).toJson());
-        config.close();
-        PMConfig pm;
-        pm.db_name = "db_driver_sqlite";
-        pm.plugin_path = QUILLON_BIN_DIR;
-        pm.plugin_config_path = m_dir.path();
-        pm.plugin_db_config_path = m_dir.path();
-        m_plugins = std::make_unique<PluginsManager>(pm, *m_log);
-        model::dev_value value;
-        value.obis_code = "1.8.0";
-        value.tag = "t";
-        value.value = 2.5;
-        value.timestamp = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
-        value.ttl = QDateTime::currentDateTimeUtc().addDays(1);
-        m_driver->m_records = {value};
-    }
-
-    // What another connection to the file sees: only committed rows.
-    QString committed(const QString& sql) {
-        const QString name = "engine_batch_probe";
-        QString result;
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", name);
-            db.setDatabaseName(m_path);
-            EXPECT_TRUE(db.open());
-            QSqlQuery q(db);
-            if (q.exec(sql) && q.next()) {
-                result = q.value(0).toString();
-            }
-        }
-        QSqlDatabase::removeDatabase(name);
-        return result;
-    }
-
-    QString m_path;
-};
 
 }  // namespace
 

@@ -46,7 +46,7 @@ protected:
 
         auto receiver = std::make_unique<recording_receiver>(*m_log, receiver_cfg);
         auto publisher = std::make_unique<recording_publisher>(*m_log, clients_cfg);
-        auto api = std::make_unique<recording_api>(*m_log, api_cfg, command_factory());
+        auto api = std::make_unique<recording_api>(*m_log, api_cfg, m_commands);
         m_receiver = receiver.get();
         m_publisher = publisher.get();
         m_api = api.get();
@@ -54,9 +54,10 @@ protected:
         DriverBuilder builder;
         builder.build = [this](auto, auto, interfaces::dl_sender, int, int) { return m_driver; };
         builder.state = [this] { return m_plugins->state_database(); };
-        m_engine = std::make_unique<Engiene>(builder, m_config, messages(), m_plugins->eav_database(),
-                                             clients(), state(), std::move(receiver), std::move(publisher),
-                                             std::move(api), *m_log);
+        m_engine = std::make_unique<Engiene>(
+            builder, m_config, m_messages_override ? m_messages_override : messages(),
+            m_plugins->eav_database(), clients(), state(), std::move(receiver), std::move(publisher),
+            std::move(api), *m_log);
     }
 
     std::shared_ptr<interfaces::IMessagesDatabase> messages() { return m_plugins->messages_database(); }
@@ -102,6 +103,9 @@ protected:
     std::shared_ptr<fake_driver> m_driver;
     EngineConfig m_config;
     int m_prefetch = 10;
+    command_factory m_commands;
+    // The engine's messages store instead of the plugin's (to wrap it).
+    std::shared_ptr<interfaces::IMessagesDatabase> m_messages_override;
     recording_receiver* m_receiver = nullptr;
     recording_publisher* m_publisher = nullptr;
     recording_api* m_api = nullptr;

@@ -21,6 +21,7 @@ public:
     int m_controller_calls = 0;
     bool m_controller_result = false;
     bool m_controller_throws = false;
+    int m_controller_throws_for_modem = -1;  // for uplinks of this modem only
 
     QString type_name() const override { return m_type; }
     QString hw_pattern() const override { return m_pattern; }
@@ -57,9 +58,10 @@ public:
     void extract_values(model::per_modem<model::dev_value>&, const model::value_query&) override {}
     void extract_events(model::per_modem<model::dev_event>&, const model::value_query&) override {}
     void extract_roll(model::per_modem<model::ul_message>&, const model::roll_query&) override {}
-    bool controller(const controller_event&) override {
+    bool controller(const controller_event& event) override {
         ++m_controller_calls;
-        if (m_controller_throws) {
+        const auto* uplink = std::get_if<model::ul_message>(&event);
+        if (m_controller_throws || (uplink && uplink->modem_id == m_controller_throws_for_modem)) {
             throw std::runtime_error("controller failed");
         }
         return m_controller_result;

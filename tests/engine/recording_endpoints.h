@@ -39,8 +39,17 @@ class recording_publisher : public rabbit_publisher<rabbit_publisher_clients_con
 public:
     using rabbit_publisher::rabbit_publisher;
     std::vector<publication_record> m_published;
+    // Waits for the (never coming) link like the real publisher does, running the event loop.
+    bool m_waits_for_link = false;
+    std::function<void()> m_on_publish;
 
     void publish_string(QByteArray string, QByteArray routing_key, QString mime) override {
+        if (m_on_publish) {
+            m_on_publish();
+        }
+        if (m_waits_for_link) {
+            rabbit_publisher_impl::publish_string(string, routing_key, mime);
+        }
         m_published.push_back(
             {QString::fromLatin1(routing_key), QJsonDocument::fromJson(string).object(), mime});
     }
@@ -57,9 +66,13 @@ class recording_api : public rabbit_api_man {
 public:
     using rabbit_api_man::rabbit_api_man;
     std::vector<command_record> m_sent;
+    std::function<void(const command_record&)> m_on_send;
 
     void send_cmd(QString type, QJsonObject data, QString route, std::function<bool(QJsonDocument)>,
                   std::function<void(QString)>, int sharded) override {
         m_sent.push_back({type, data, route, sharded});
+        if (m_on_send) {
+            m_on_send(m_sent.back());
+        }
     }
 };

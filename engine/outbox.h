@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <vector>
+
+#include "engine/output_sinks.h"
+
+class rabbit_publisher_impl;
+class rabbit_api_man;
+
+// The outward messages of the handling in progress. While it holds, a publication or a
+// command is kept instead of sent: released in order once the writes it speaks of are
+// committed, dropped when they are undone. So clients are told only what is stored and
+// the network server gets a downlink only after its record exists.
+class outbox : public publication_sink, public command_sender {
+public:
+    outbox(rabbit_publisher_impl& publisher, rabbit_api_man& api) : m_publisher(publisher), m_api(api) {}
+    outbox(const outbox&) = delete;
+    outbox& operator=(const outbox&) = delete;
+
+    void publish(const QByteArray& body, const QString& routing_key) override;
+    void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
+                      int sharded) override;
+    QString api_key() const override;
+
+    void hold() { m_holding = true; }
+    bool holding() const { return m_holding; }
+    // Marks where a unit of work begins, to drop what it sent if it is undone.
+    std::size_t mark() const { return m_held.size(); }
+    void drop_from(std::size_t mark);
+    std::size_t held() const { return m_held.size(); }
+    // Sends everything held, in order, and stops holding.
+    void release();
+    // Forgets everything held and stops holding.
+    void drop();
+
+private:
+    void send_or_hold(std::function<void()> send);
+
+    rabbit_publisher_impl& m_publisher;
+    rabbit_api_man& m_api;
+    std::vector<std::function<void()>> m_held;
+    bool m_holding = false;
+};
