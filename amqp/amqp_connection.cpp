@@ -8,9 +8,12 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <QDateTime>
 #include <QPointer>
 #include <QSocketNotifier>
 #include <algorithm>
+#include <condition_variable>
+#include <thread>
 
 #include "amqp/amqp_exchange.h"
 #include "amqp/amqp_queue.h"
@@ -18,33 +21,6 @@
 namespace amqp {
 
 namespace {
-
-timeval to_timeval(int ms) {
-    timeval tv{};
-    tv.tv_sec = ms / 1000;
-    tv.tv_usec = (ms % 1000) * 1000;
-    return tv;
-}
-
-QString reply_text(const amqp_rpc_reply_t& reply) {
-    switch (reply.reply_type) {
-        case AMQP_RESPONSE_NORMAL:
-            return "ok";
-        case AMQP_RESPONSE_NONE:
-            return "no reply";
-        case AMQP_RESPONSE_LIBRARY_EXCEPTION:
-            return QString::fromUtf8(amqp_error_string2(reply.library_error));
-        case AMQP_RESPONSE_SERVER_EXCEPTION:
-            if (reply.reply.id == AMQP_CONNECTION_CLOSE_METHOD) {
-                const auto* close = static_cast<amqp_connection_close_t*>(reply.reply.decoded);
-                return QString::number(close->reply_code) + " " +
-                       QString::fromUtf8(static_cast<const char*>(close->reply_text.bytes),
-                                         int(close->reply_text.len));
-            }
-            return QString("method ") + amqp_method_name(reply.reply.id);
-    }
-    return "unknown reply";
-}
 
 // Back-off after the n-th failed attempt in a row: 250, 500, 1000, 2000, then 3000 ms.
 int backoff_ms(int failed_attempts) {
@@ -55,6 +31,15 @@ int backoff_ms(int failed_attempts) {
     return std::min(250 << shift, connection::max_backoff_ms);
 }
 
+// After the n-th refusal in a row: 3, 6, 12, 24, 48, then 60 s.
+int refusal_backoff_ms(int refusals) {
+    const int shift = std::min(std::max(refusals, 1) - 1, 5);
+    return std::min(connection::max_backoff_ms << shift, connection::max_refusal_backoff_ms);
+}
+
+// A refusal that goes on is told again at most this often.
+constexpr qint64 refusal_log_interval_ms = 60000;
+
 // A connection that stayed up this long counts as healthy: its loss is retried at once.
 constexpr int stable_connection_ms = 2000;
 
@@ -62,6 +47,56 @@ constexpr int stable_connection_ms = 2000;
 constexpr qint64 pump_budget_ms = 10;
 
 }  // namespace
+
+// Sends heartbeats while the event loop is kept from reading the link (long work in a
+// handler), so that the broker does not take the link for dead. It never blocks on the
+// link: when the event loop is using it, it simply tries again later.
+class connection::heartbeat_keeper {
+public:
+    heartbeat_keeper(connection& conn, int heartbeat_s)
+        : m_conn(conn), m_interval_ms(heartbeat_s * 1000 / 2) {
+        if (heartbeat_s > 0) {
+            m_thread = std::thread([this] { run(); });
+        }
+    }
+    ~heartbeat_keeper() {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_stop = true;
+        }
+        m_wake.notify_all();
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+    heartbeat_keeper(const heartbeat_keeper&) = delete;
+    heartbeat_keeper& operator=(const heartbeat_keeper&) = delete;
+
+private:
+    void run() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        while (!m_wake.wait_for(lock, std::chrono::milliseconds(m_interval_ms), [this] { return m_stop; })) {
+            const qint64 idle = QDateTime::currentMSecsSinceEpoch() - m_conn.m_last_pump_ms.load();
+            if (idle < m_interval_ms) {
+                continue;  // the event loop reads and writes heartbeats itself
+            }
+            std::unique_lock<std::recursive_mutex> io(m_conn.m_io, std::try_to_lock);
+            if (io.owns_lock() && m_conn.m_state) {
+                amqp_frame_t beat{};
+                beat.frame_type = AMQP_FRAME_HEARTBEAT;
+                beat.channel = 0;
+                amqp_send_frame(m_conn.m_state, &beat);
+            }
+        }
+    }
+
+    connection& m_conn;
+    const int m_interval_ms;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stop = false;
+    std::thread m_thread;
+};
 
 connection::connection(logger& log, QObject* parent) : QObject(parent), m_log(log) {
     m_heartbeat_timer.setTimerType(Qt::CoarseTimer);
@@ -76,11 +111,11 @@ connection::connection(logger& log, QObject* parent) : QObject(parent), m_log(lo
 connection::~connection() {
     m_wanted = false;
     m_reconnect_timer.stop();
+    abandon_attempt();
     if (m_state) {
         uncork();
         // A clean close lets the broker requeue unacknowledged deliveries at once.
-        amqp_connection_close(m_state, AMQP_REPLY_SUCCESS);
-        teardown();
+        teardown(true);
     }
 }
 
@@ -123,9 +158,10 @@ void connection::connect_to_host(const QString& url) {
 void connection::disconnect_from_host() {
     m_wanted = false;
     m_reconnect_timer.stop();
+    abandon_attempt();
     if (m_state) {
-        amqp_connection_close(m_state, AMQP_REPLY_SUCCESS);
-        teardown();
+        uncork();
+        teardown(true);
         Q_EMIT disconnected();
     }
 }
@@ -137,23 +173,80 @@ void connection::schedule_reconnect(int delay_ms) {
     m_reconnect_timer.start(delay_ms);
 }
 
+// A helper thread connects, logs in and sets the plan up; the event loop goes on and
+// takes the link over when the thread hands it back (or the reason why not).
 void connection::attempt() {
-    if (!m_wanted || m_state) {
+    if (!m_wanted || m_state || m_attempt) {
         return;
     }
-    QString why;
-    if (!open_link(&why)) {
-        ++m_failed_attempts;
-        const int delay = backoff_ms(m_failed_attempts);
-        // The first failure is an error; while the broker stays away, each retry is debug.
-        log_line(m_log, m_failed_attempts == 1 ? Error : Debug)
-            << "amqp: connection to " << display_url() << " failed: " << why << "; retrying in "
-            << QString::number(delay) << " ms";
-        if (m_auto_reconnect) {
-            schedule_reconnect(delay);
+    link_settings settings;
+    settings.url = m_url;
+    settings.vhost = m_vhost_override.isEmpty() ? m_url.vhost : m_vhost_override;
+    settings.heartbeat_s = m_heartbeat_s;
+    settings.connect_timeout_ms = connect_timeout_ms;
+    settings.rpc_timeout_ms = m_rpc_timeout_ms;
+    settings.write_timeout_ms = m_write_timeout_ms;
+    settings.ca_cert_file = m_ca_cert_file;
+    auto mailbox = std::make_shared<attempt_mailbox>();
+    mailbox->target = this;
+    m_attempt = mailbox;
+    const link_plan plan = m_plan;
+    std::thread([mailbox, settings, plan] {
+        link_result result = establish_link(settings, plan);
+        std::lock_guard<std::mutex> lock(mailbox->mutex);
+        if (!mailbox->target) {
+            // The connection went away meanwhile: nobody takes the link over.
+            close_link_in_background(result.state);
+            return;
         }
+        connection* target = mailbox->target;
+        QMetaObject::invokeMethod(
+            target, [target, result] { target->adopt(result); }, Qt::QueuedConnection);
+    }).detach();
+}
+
+void connection::abandon_attempt() {
+    if (!m_attempt) {
         return;
     }
+    std::lock_guard<std::mutex> lock(m_attempt->mutex);
+    m_attempt->target = nullptr;
+    m_attempt.reset();
+}
+
+void connection::adopt(const link_result& result) {
+    m_attempt.reset();
+    if (!result.state) {
+        attempt_failed(result);
+        return;
+    }
+    if (!m_wanted) {
+        close_link_in_background(result.state);
+        return;
+    }
+    m_refusals = 0;
+    m_setup = result;
+    m_negotiated_heartbeat = result.negotiated_heartbeat;
+    m_open_channels.clear();
+    m_partial.clear();
+    for (uint16_t channel = 1; channel <= result.last_channel; ++channel) {
+        m_open_channels.insert(channel);
+    }
+    m_next_channel = uint16_t(result.last_channel + 1);
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        m_state = result.state;
+    }
+    m_notifier = new QSocketNotifier(amqp_get_sockfd(m_state), QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &connection::pump);
+    // Heartbeats are read and sent inside library calls: pump several times per interval.
+    // Without heartbeats the timer still picks up anything left buffered.
+    const int period_ms =
+        m_negotiated_heartbeat > 0 ? std::max(200, m_negotiated_heartbeat * 1000 / 4) : 1000;
+    m_heartbeat_timer.start(period_ms);
+    m_last_pump_ms.store(QDateTime::currentMSecsSinceEpoch());
+    m_keeper = std::make_unique<heartbeat_keeper>(*this, m_negotiated_heartbeat);
+
     if (m_failed_attempts > 1) {
         log_line(m_log, Info) << "amqp: connected to " << display_url() << " after "
                               << QString::number(m_failed_attempts) << " failed attempts";
@@ -167,78 +260,38 @@ void connection::attempt() {
     schedule_drain();
 }
 
-bool connection::open_link(QString* why) {
-    amqp_connection_state_t state = amqp_new_connection();
-    if (!state) {
-        *why = "out of memory";
-        return false;
+void connection::attempt_failed(const link_result& result) {
+    if (!m_wanted) {
+        return;
     }
-    amqp_socket_t* socket = nullptr;
-    if (m_url.tls) {
-        socket = amqp_ssl_socket_new(state);
-        if (socket) {
-            const bool verify = !m_ca_cert_file.isEmpty();
-            amqp_ssl_socket_set_verify_peer(socket, verify ? 1 : 0);
-            amqp_ssl_socket_set_verify_hostname(socket, verify ? 1 : 0);
-            if (verify && amqp_ssl_socket_set_cacert(socket, m_ca_cert_file.toLocal8Bit().constData()) !=
-                              AMQP_STATUS_OK) {
-                *why = "cannot read the CA file " + m_ca_cert_file;
-                amqp_destroy_connection(state);
-                return false;
-            }
+    ++m_failed_attempts;
+    int delay = backoff_ms(m_failed_attempts);
+    if (result.refused) {
+        // The broker said no: only the operator can change that. Say it with the broker's
+        // words at most once a minute, and ask again less and less often.
+        ++m_refusals;
+        delay = refusal_backoff_ms(m_refusals);
+        if (!m_last_refusal_log.isValid() || m_last_refusal_log.elapsed() >= refusal_log_interval_ms ||
+            result.error != m_last_refusal) {
+            log_line(m_log, Error) << "amqp: connection to " << display_url() << " refused: " << result.error
+                                   << "; retrying in " << QString::number(delay / 1000) << " s";
+            m_last_refusal_log.start();
+            m_last_refusal = result.error;
         }
     } else {
-        socket = amqp_tcp_socket_new(state);
+        // The first failure is an error; while the broker stays away, each retry is debug.
+        log_line(m_log, m_failed_attempts == 1 ? Error : Debug)
+            << "amqp: connection to " << display_url() << " failed: " << result.error << "; retrying in "
+            << QString::number(delay) << " ms";
     }
-    if (!socket) {
-        *why = "cannot create a socket";
-        amqp_destroy_connection(state);
-        return false;
+    m_last_error = result.error;
+    if (m_auto_reconnect) {
+        schedule_reconnect(delay);
     }
-    const timeval connect_tv = to_timeval(connect_timeout_ms);
-    const int opened =
-        amqp_socket_open_noblock(socket, m_url.host.toUtf8().constData(), m_url.port, &connect_tv);
-    if (opened != AMQP_STATUS_OK) {
-        *why = QString::fromUtf8(amqp_error_string2(opened));
-        amqp_destroy_connection(state);
-        return false;
-    }
-    const timeval handshake_tv = to_timeval(m_rpc_timeout_ms);
-    amqp_set_handshake_timeout(state, &handshake_tv);
-    const QString vhost = m_vhost_override.isEmpty() ? m_url.vhost : m_vhost_override;
-    const amqp_rpc_reply_t login = amqp_login(
-        state, vhost.toUtf8().constData(), 0, AMQP_DEFAULT_FRAME_SIZE, m_heartbeat_s, AMQP_SASL_METHOD_PLAIN,
-        m_url.user.toUtf8().constData(), m_url.password.toUtf8().constData());
-    if (login.reply_type != AMQP_RESPONSE_NORMAL) {
-        *why = "login to vhost " + vhost + " refused: " + reply_text(login);
-        amqp_destroy_connection(state);
-        return false;
-    }
-    const timeval rpc_tv = to_timeval(m_rpc_timeout_ms);
-    amqp_set_rpc_timeout(state, &rpc_tv);
-
-    const int fd = amqp_get_sockfd(state);
-    // Unacknowledged outgoing data older than the write time-out breaks the connection,
-    // so a send into a dead peer cannot hang.
-    const unsigned user_timeout = unsigned(m_write_timeout_ms);
-    setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &user_timeout, sizeof user_timeout);
-
-    m_state = state;
-    m_negotiated_heartbeat = amqp_get_heartbeat(state);
-    m_open_channels.clear();
-    m_partial.clear();
-    m_next_channel = 1;
-    m_notifier = new QSocketNotifier(fd, QSocketNotifier::Read, this);
-    connect(m_notifier, &QSocketNotifier::activated, this, &connection::pump);
-    // Heartbeats are read and sent only inside library calls: pump several times per
-    // interval. Without heartbeats the timer still picks up anything left buffered.
-    const int period_ms =
-        m_negotiated_heartbeat > 0 ? std::max(200, m_negotiated_heartbeat * 1000 / 4) : 1000;
-    m_heartbeat_timer.start(period_ms);
-    return true;
 }
 
-void connection::teardown() {
+void connection::teardown(bool polite) {
+    m_keeper.reset();
     m_heartbeat_timer.stop();
     m_uncork_timer.stop();
     m_corked = false;  // the option goes with the socket
@@ -248,23 +301,31 @@ void connection::teardown() {
         delete m_notifier;
         m_notifier = nullptr;
     }
-    if (m_state) {
-        amqp_destroy_connection(m_state);
-        m_state = nullptr;
+    amqp_connection_state_t_* state = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        std::swap(state, m_state);
     }
+    if (polite) {
+        // The close waits for the broker's answer: not on the event loop.
+        close_link_in_background(state);
+    } else if (state) {
+        amqp_destroy_connection(state);
+    }
+    m_setup = link_result();
     m_open_channels.clear();
     m_partial.clear();
     m_delivered_since_drained = false;
 }
 
-void connection::lose(const QString& reason, int reconnect_delay_ms) {
+void connection::lose(const QString& reason, int reconnect_delay_ms, bool polite) {
     if (!m_state) {
         return;
     }
     m_last_error = reason;
     const bool was_stable = m_up_since.isValid() && m_up_since.elapsed() >= stable_connection_ms;
     log_line(m_log, Error) << "amqp: connection to " << display_url() << " lost: " << reason;
-    teardown();
+    teardown(polite);
     if (reconnect_delay_ms < 0) {
         // A connection that dies right after it came up counts as a failed attempt, so a
         // broker that keeps closing us never makes us spin.
@@ -284,8 +345,7 @@ void connection::reset(const QString& reason) {
         return;
     }
     uncork();
-    amqp_connection_close(m_state, AMQP_REPLY_SUCCESS);
-    lose(reason + "; closing to retry", max_backoff_ms);
+    lose(reason + "; closing to retry", max_backoff_ms, true);
 }
 
 void connection::schedule_drain() {
@@ -294,8 +354,11 @@ void connection::schedule_drain() {
     }
     // Frames that a blocking call has read ahead (or queued) sit in the library, where the
     // socket notifier cannot see them: read them on the next turn of the event loop.
-    if (!amqp_frames_enqueued(m_state) && !amqp_data_in_buffer(m_state)) {
-        return;
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        if (!amqp_frames_enqueued(m_state) && !amqp_data_in_buffer(m_state)) {
+            return;
+        }
     }
     m_drain_scheduled = true;
     QTimer::singleShot(0, this, [this] {
@@ -322,13 +385,20 @@ void connection::pump() {
             return;
         }
         amqp_frame_t frame;
-        // A zero time-out would also mask the library's heartbeat check; one microsecond
-        // keeps both: nothing waits, and a silent peer is detected here.
-        timeval no_wait{0, 1};
-        const int status = amqp_simple_wait_frame_noblock(m_state, &frame, &no_wait);
+        int status = 0;
+        {
+            std::lock_guard<std::recursive_mutex> io(m_io);
+            m_last_pump_ms.store(QDateTime::currentMSecsSinceEpoch());
+            // A zero time-out would also mask the library's heartbeat check; one microsecond
+            // keeps both: nothing waits, and a silent peer is detected here.
+            timeval no_wait{0, 1};
+            status = amqp_simple_wait_frame_noblock(m_state, &frame, &no_wait);
+            if (status == AMQP_STATUS_TIMEOUT) {
+                // Nothing queued, nothing buffered, nothing on the socket.
+                amqp_maybe_release_buffers(m_state);
+            }
+        }
         if (status == AMQP_STATUS_TIMEOUT) {
-            // Nothing queued, nothing buffered, nothing on the socket.
-            amqp_maybe_release_buffers(m_state);
             end_burst();
             return;
         }

@@ -7,9 +7,12 @@
 #include <QString>
 #include <QTimer>
 #include <QVariantHash>
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
+#include "amqp/amqp_link.h"
 #include "amqp/amqp_message.h"
 #include "amqp/amqp_url.h"
 #include "app/logger.h"
@@ -25,11 +28,17 @@ class exchange;
 
 // One broker connection on the Qt event loop, over the synchronous rabbitmq-c library.
 //
-// Reading is driven by a socket notifier and by a timer that also services heartbeats;
-// requests that wait for the broker's reply (channel open, declare, bind, qos, consume,
-// cancel) block for at most the RPC time-out. Any loss (socket closed, read or write
-// error, heartbeat silence, RPC time-out, connection.close from the broker) emits
-// disconnected() and, with auto-reconnect on, tries again after a short back-off.
+// Nothing that waits on the network runs on the event loop: a helper thread connects
+// (name lookup, TCP, TLS, login) and carries out the owner's set-up plan (the queue it
+// consumes, a channel to publish on), then hands the ready link over; a clean close
+// waits for the broker on a helper thread too. While the event loop is busy with long
+// work, a heartbeat keeper thread sends the heartbeats the broker needs to keep the link.
+// Reading is driven by a socket notifier and by a timer that also services heartbeats.
+// Requests made later from the event loop (a queue declared by a tool, a channel opened
+// again after the broker closed one) block for at most the RPC time-out. Any loss (socket
+// closed, read or write error, heartbeat silence, RPC time-out, connection.close from the
+// broker) emits disconnected() and, with auto-reconnect on, tries again after a short
+// back-off; a refusal by the broker is retried less and less often, up to once a minute.
 // Delivery tags and channels are valid for one connection only; generation() tells
 // connections apart.
 class connection : public QObject {
@@ -40,6 +49,7 @@ public:
     static constexpr int default_rpc_timeout_ms = 10000;
     static constexpr int connect_timeout_ms = 5000;
     static constexpr int max_backoff_ms = 3000;
+    static constexpr int max_refusal_backoff_ms = 60000;
 
     explicit connection(logger& log, QObject* parent = nullptr);
     ~connection() override;
@@ -52,6 +62,11 @@ public:
     void set_rpc_timeout(int ms);
     void set_ca_cert_file(const QString& path);  // amqps: verify the broker against this CA
     void set_auto_reconnect(bool on);
+    // What to set up before the link is handed over; applies from the next attempt on.
+    void set_plan(const link_plan& plan) { m_plan = plan; }
+    const link_plan& plan() const { return m_plan; }
+    // What the plan gave on the current link (its channels, the consumer tag).
+    const link_result& setup() const { return m_setup; }
 
     // Starts connecting from the event loop (so settings made right after still apply).
     void connect_to_host(const QString& url);
@@ -104,10 +119,21 @@ Q_SIGNALS:
     void consumer_cancelled(uint16_t channel, const QString& consumer_tag);
 
 private:
+    class heartbeat_keeper;
+    // Where a helper thread leaves the link it established; target is cleared when the
+    // connection no longer wants it.
+    struct attempt_mailbox {
+        std::mutex mutex;
+        connection* target = nullptr;
+    };
+
     void attempt();
-    bool open_link(QString* why);
-    void lose(const QString& reason, int reconnect_delay_ms = -1);
-    void teardown();
+    void abandon_attempt();
+    void adopt(const link_result& result);
+    void attempt_failed(const link_result& result);
+    void lose(const QString& reason, int reconnect_delay_ms = -1, bool polite = false);
+    // polite: close the link with the broker (on a helper thread) instead of dropping it.
+    void teardown(bool polite = false);
     void schedule_reconnect(int delay_ms);
     void schedule_drain();
     void pump();
@@ -134,6 +160,16 @@ private:
     bool m_wanted = false;  // connect_to_host called and not withdrawn
 
     amqp_connection_state_t_* m_state = nullptr;  // the library's connection while up
+    // Serialises every use of m_state between the event loop and the heartbeat keeper.
+    std::recursive_mutex m_io;
+    std::atomic<qint64> m_last_pump_ms{0};
+    std::unique_ptr<heartbeat_keeper> m_keeper;
+    link_plan m_plan;
+    link_result m_setup;
+    std::shared_ptr<attempt_mailbox> m_attempt;
+    int m_refusals = 0;
+    QElapsedTimer m_last_refusal_log;
+    QString m_last_refusal;
     unsigned m_generation = 0;
     QSocketNotifier* m_notifier = nullptr;
     QTimer m_heartbeat_timer;

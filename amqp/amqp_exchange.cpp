@@ -5,7 +5,12 @@
 namespace amqp {
 
 exchange::exchange(connection& conn, logger& log, const QString& name, QObject* parent)
-    : QObject(parent), m_conn(conn), m_log(log), m_name(name), m_generation(conn.generation()) {}
+    : QObject(parent), m_conn(conn), m_log(log), m_name(name), m_generation(conn.generation()) {
+    // The channel that the connection's set-up opened for publishing, if any.
+    if (m_conn.plan().publish_channel) {
+        m_channel = m_conn.setup().publish_channel;
+    }
+}
 
 bool exchange::publish(const QByteArray& body, const QByteArray& routing_key, const QString& content_type) {
     if (!m_conn.is_connected() || m_conn.generation() != m_generation) {

@@ -65,7 +65,10 @@ void connection::handle_frame(const amqp_frame_t& frame) {
 
 void connection::finish_delivery(uint16_t channel) {
     partial_delivery done = m_partial.take(channel);
-    amqp_maybe_release_buffers_on_channel(m_state, channel);
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        amqp_maybe_release_buffers_on_channel(m_state, channel);
+    }
     if (done.returned) {
         log_line(m_log, Warning) << "amqp: message returned by the broker (exchange " << done.msg.exchange
                                  << ", routing key " << done.msg.routing_key << ") dropped";
@@ -108,7 +111,10 @@ void connection::handle_method(uint16_t channel, uint32_t method_id, void* decod
             const QString why =
                 "closed by the broker: " + QString::number(c->reply_code) + " " + text_of(c->reply_text);
             amqp_connection_close_ok_t ok{};
-            amqp_send_method(m_state, 0, AMQP_CONNECTION_CLOSE_OK_METHOD, &ok);
+            {
+                std::lock_guard<std::recursive_mutex> io(m_io);
+                amqp_send_method(m_state, 0, AMQP_CONNECTION_CLOSE_OK_METHOD, &ok);
+            }
             lose(why);
             return;
         }
@@ -120,7 +126,10 @@ void connection::handle_method(uint16_t channel, uint32_t method_id, void* decod
             if (!c->nowait) {
                 amqp_basic_cancel_ok_t ok{};
                 ok.consumer_tag = c->consumer_tag;
-                amqp_send_method(m_state, channel, AMQP_BASIC_CANCEL_OK_METHOD, &ok);
+                {
+                    std::lock_guard<std::recursive_mutex> io(m_io);
+                    amqp_send_method(m_state, channel, AMQP_BASIC_CANCEL_OK_METHOD, &ok);
+                }
             }
             Q_EMIT consumer_cancelled(channel, tag);
             return;
@@ -131,7 +140,10 @@ void connection::handle_method(uint16_t channel, uint32_t method_id, void* decod
                                      << " on channel " << QString::number(channel);
             amqp_channel_flow_ok_t ok{};
             ok.active = f->active;
-            amqp_send_method(m_state, channel, AMQP_CHANNEL_FLOW_OK_METHOD, &ok);
+            {
+                std::lock_guard<std::recursive_mutex> io(m_io);
+                amqp_send_method(m_state, channel, AMQP_CHANNEL_FLOW_OK_METHOD, &ok);
+            }
             return;
         }
         case AMQP_CONNECTION_BLOCKED_METHOD:
@@ -160,7 +172,10 @@ void connection::close_channel_after_broker(uint16_t channel, int code, const QS
                                << m_last_error;
     }
     amqp_channel_close_ok_t ok{};
-    amqp_send_method(m_state, channel, AMQP_CHANNEL_CLOSE_OK_METHOD, &ok);
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        amqp_send_method(m_state, channel, AMQP_CHANNEL_CLOSE_OK_METHOD, &ok);
+    }
     m_open_channels.remove(channel);
     m_partial.remove(channel);
     Q_EMIT channel_closed(channel, code, text);

@@ -3,101 +3,12 @@
 #include <amqp.h>
 #include <amqp_framing.h>
 
-#include <deque>
-#include <vector>
-
 #include "amqp/amqp_connection.h"
+#include "amqp/amqp_table.h"
 
 namespace amqp {
 
 namespace {
-
-// Builds an AMQP field table from a QVariantHash; owns every byte the table points to.
-class table_builder {
-public:
-    table_builder(logger& log) : m_log(log) {}
-
-    amqp_table_t build(const QVariantHash& values) {
-        amqp_table_t table{0, nullptr};
-        if (values.isEmpty()) {
-            return table;
-        }
-        m_entries.emplace_back();
-        auto& entries = m_entries.back();
-        entries.reserve(size_t(values.size()));
-        for (auto it = values.cbegin(); it != values.cend(); ++it) {
-            amqp_table_entry_t entry{};
-            entry.key = bytes(it.key().toUtf8());
-            if (fill(it.value(), &entry.value, it.key())) {
-                entries.push_back(entry);
-            }
-        }
-        table.num_entries = int(entries.size());
-        table.entries = entries.data();
-        return table;
-    }
-
-private:
-    amqp_bytes_t bytes(const QByteArray& data) {
-        m_bytes.push_back(data);
-        amqp_bytes_t out;
-        out.len = size_t(m_bytes.back().size());
-        out.bytes = const_cast<char*>(m_bytes.back().constData());
-        return out;
-    }
-
-    bool fill(const QVariant& v, amqp_field_value_t* out, const QString& key) {
-        switch (int(v.type())) {
-            case QMetaType::Bool:
-                out->kind = AMQP_FIELD_KIND_BOOLEAN;
-                out->value.boolean = v.toBool() ? 1 : 0;
-                return true;
-            case QMetaType::Int:
-            case QMetaType::UInt:
-            case QMetaType::Short:
-            case QMetaType::UShort:
-                out->kind = AMQP_FIELD_KIND_I32;
-                out->value.i32 = v.toInt();
-                return true;
-            case QMetaType::LongLong:
-            case QMetaType::ULongLong:
-            case QMetaType::Long:
-            case QMetaType::ULong:
-                out->kind = AMQP_FIELD_KIND_I64;
-                out->value.i64 = v.toLongLong();
-                return true;
-            case QMetaType::Double:
-            case QMetaType::Float:
-                out->kind = AMQP_FIELD_KIND_F64;
-                out->value.f64 = v.toDouble();
-                return true;
-            case QMetaType::QString:
-            case QMetaType::QByteArray:
-                out->kind = AMQP_FIELD_KIND_UTF8;
-                out->value.bytes = bytes(v.toByteArray());
-                return true;
-            case QMetaType::QVariantHash:
-            case QMetaType::QVariantMap: {
-                QVariantHash nested;
-                const QVariantMap map = v.toMap();
-                for (auto it = map.cbegin(); it != map.cend(); ++it) {
-                    nested.insert(it.key(), it.value());
-                }
-                out->kind = AMQP_FIELD_KIND_TABLE;
-                out->value.table = build(v.type() == QVariant::Hash ? v.toHash() : nested);
-                return true;
-            }
-            default:
-                log_line(m_log, Warning) << "amqp: argument " << key << " of type " << v.typeName()
-                                         << " cannot be sent and is left out";
-                return false;
-        }
-    }
-
-    logger& m_log;
-    std::deque<QByteArray> m_bytes;  // a deque keeps each element in place
-    std::deque<std::vector<amqp_table_entry_t>> m_entries;
-};
 
 amqp_bytes_t bytes_of(const QByteArray& data) {
     amqp_bytes_t out;
@@ -162,6 +73,8 @@ uint16_t connection::open_channel() {
         m_last_error = "not connected";
         return 0;
     }
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
     const int max = amqp_get_channel_max(m_state) > 0 ? amqp_get_channel_max(m_state) : 65535;
     uint16_t channel = 0;
     for (int tries = 0; tries < max; ++tries) {
@@ -192,7 +105,9 @@ bool connection::declare_queue(uint16_t channel, const QString& name, int option
         m_last_error = "not connected";
         return false;
     }
-    table_builder args(m_log);
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
+    table_builder args(&m_log);
     const QByteArray queue_name = name.toUtf8();
     // No-wait (0x10) is not offered by the library's declare: the reply is awaited anyway.
     uncork();  // the request must leave before its reply is awaited
@@ -213,6 +128,8 @@ bool connection::declare_exchange(uint16_t channel, const QString& name, const Q
         m_last_error = "not connected";
         return false;
     }
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
     uncork();  // the request must leave before its reply is awaited
     amqp_exchange_declare(m_state, channel, bytes_of(name.toUtf8()), bytes_of(type.toUtf8()), 0,
                           durable ? 1 : 0, 0, 0, amqp_empty_table);
@@ -225,6 +142,8 @@ bool connection::bind_queue(uint16_t channel, const QString& queue, const QStrin
         m_last_error = "not connected";
         return false;
     }
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
     uncork();  // the request must leave before its reply is awaited
     amqp_queue_bind(m_state, channel, bytes_of(queue.toUtf8()), bytes_of(exchange.toUtf8()),
                     bytes_of(key.toUtf8()), amqp_empty_table);
@@ -236,6 +155,8 @@ bool connection::set_qos(uint16_t channel, uint16_t prefetch_count, uint32_t pre
         m_last_error = "not connected";
         return false;
     }
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
     // Per consumer (global false).
     uncork();  // the request must leave before its reply is awaited
     amqp_basic_qos(m_state, channel, prefetch_size, prefetch_count, 0);
@@ -248,6 +169,8 @@ bool connection::consume(uint16_t channel, const QString& queue, bool no_local, 
         m_last_error = "not connected";
         return false;
     }
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
     uncork();  // the request must leave before its reply is awaited
     const auto* ok =
         amqp_basic_consume(m_state, channel, bytes_of(queue.toUtf8()), amqp_empty_bytes, no_local ? 1 : 0,
@@ -266,6 +189,8 @@ bool connection::cancel(uint16_t channel, const QString& consumer_tag) {
         m_last_error = "not connected";
         return false;
     }
+    // Held through the request and its reply: the heartbeat keeper must not write between.
+    std::lock_guard<std::recursive_mutex> io(m_io);
     uncork();  // the request must leave before its reply is awaited
     amqp_basic_cancel(m_state, channel, bytes_of(consumer_tag.toUtf8()));
     return check_reply(channel, "basic.cancel");
@@ -277,7 +202,12 @@ bool connection::ack(uint16_t channel, uint64_t delivery_tag, bool multiple) {
         return false;
     }
     cork();
-    return check_status(amqp_basic_ack(m_state, channel, delivery_tag, multiple ? 1 : 0), "basic.ack");
+    int status = 0;
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        status = amqp_basic_ack(m_state, channel, delivery_tag, multiple ? 1 : 0);
+    }
+    return check_status(status, "basic.ack");
 }
 
 bool connection::reject(uint16_t channel, uint64_t delivery_tag, bool requeue) {
@@ -286,7 +216,12 @@ bool connection::reject(uint16_t channel, uint64_t delivery_tag, bool requeue) {
         return false;
     }
     cork();
-    return check_status(amqp_basic_reject(m_state, channel, delivery_tag, requeue ? 1 : 0), "basic.reject");
+    int status = 0;
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        status = amqp_basic_reject(m_state, channel, delivery_tag, requeue ? 1 : 0);
+    }
+    return check_status(status, "basic.reject");
 }
 
 bool connection::publish(uint16_t channel, const QString& exchange, const QByteArray& routing_key,
@@ -303,9 +238,13 @@ bool connection::publish(uint16_t channel, const QString& exchange, const QByteA
     }
     const QByteArray exchange_name = exchange.toUtf8();
     cork();
-    return check_status(amqp_basic_publish(m_state, channel, bytes_of(exchange_name), bytes_of(routing_key),
-                                           0, 0, &props, bytes_of(body)),
-                        "basic.publish");
+    int status = 0;
+    {
+        std::lock_guard<std::recursive_mutex> io(m_io);
+        status = amqp_basic_publish(m_state, channel, bytes_of(exchange_name), bytes_of(routing_key), 0, 0,
+                                    &props, bytes_of(body));
+    }
+    return check_status(status, "basic.publish");
 }
 
 }  // namespace amqp

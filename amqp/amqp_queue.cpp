@@ -1,5 +1,6 @@
 #include "amqp/amqp_queue.h"
 
+#include <QElapsedTimer>
 #include <QTimer>
 #include <algorithm>
 
@@ -10,6 +11,8 @@ namespace amqp {
 namespace {
 constexpr int generation_shift = 48;
 constexpr uint64_t broker_tag_mask = (uint64_t(1) << generation_shift) - 1;
+// The longest one turn of telling of early deliveries keeps the event loop.
+constexpr qint64 announce_budget_ms = 10;
 }  // namespace
 
 queue::queue(connection& conn, logger& log, const QString& name, QObject* parent)
@@ -17,6 +20,27 @@ queue::queue(connection& conn, logger& log, const QString& name, QObject* parent
     connect(&m_conn, &connection::delivered, this, &queue::on_delivered);
     connect(&m_conn, &connection::channel_closed, this, &queue::on_channel_closed);
     connect(&m_conn, &connection::consumer_cancelled, this, &queue::on_consumer_cancelled);
+    take_over_setup();
+}
+
+void queue::take_over_setup() {
+    const link_plan& plan = m_conn.plan();
+    const link_result& setup = m_conn.setup();
+    if (!plan.queue || plan.queue->name != m_name || setup.queue_channel == 0) {
+        return;
+    }
+    m_channel = setup.queue_channel;
+    m_name = setup.declared_queue;
+    m_preset_declared = true;
+    for (const auto& binding : plan.queue->bindings) {
+        m_preset_bindings.insert(binding);
+    }
+    m_preset_prefetch = plan.queue->prefetch;
+    if (plan.queue->consume) {
+        m_preset_consuming = true;
+        m_consuming = true;
+        m_consumer_tag = setup.consumer_tag;
+    }
 }
 
 bool queue::is_current() const {
@@ -51,6 +75,16 @@ void queue::fail(const QString& reason) {
 }
 
 void queue::declare(int options, const QVariantHash& arguments) {
+    if (m_preset_declared) {
+        m_preset_declared = false;
+        QTimer::singleShot(0, this, [this] {
+            if (usable("declare")) {
+                log_line(m_log, Debug) << "amqp: queue " << m_name << " declared";
+                Q_EMIT declared();
+            }
+        });
+        return;
+    }
     QTimer::singleShot(0, this, [this, options, arguments] {
         if (!usable("declare")) {
             return;
@@ -73,6 +107,16 @@ void queue::declare(int options, const QVariantHash& arguments) {
 }
 
 void queue::bind(const QString& exchange, const QString& routing_key) {
+    if (m_preset_bindings.remove(qMakePair(exchange, routing_key))) {
+        QTimer::singleShot(0, this, [this, exchange, routing_key] {
+            if (usable("bind")) {
+                log_line(m_log, Debug) << "amqp: queue " << m_name << " bound to exchange " << exchange
+                                       << " with key " << routing_key;
+                Q_EMIT bound();
+            }
+        });
+        return;
+    }
     QTimer::singleShot(0, this, [this, exchange, routing_key] {
         if (!usable("bind")) {
             return;
@@ -96,6 +140,10 @@ bool queue::qos(int prefetch_count, int prefetch_size) {
     if (!usable("qos")) {
         return false;
     }
+    if (m_preset_prefetch == prefetch_count && prefetch_size == 0) {
+        m_preset_prefetch = -1;
+        return true;
+    }
     if (!ensure_channel()) {
         fail("no channel: " + m_conn.last_error());
         return false;
@@ -111,6 +159,14 @@ bool queue::qos(int prefetch_count, int prefetch_size) {
 bool queue::consume(int options) {
     if (!usable("consume")) {
         return false;
+    }
+    if (m_preset_consuming) {
+        m_preset_consuming = false;
+        log_line(m_log, Debug) << "amqp: consuming queue " << m_name << " as " << m_consumer_tag;
+        // Deliveries may have come in before the owner listened: tell of each of them
+        // once the owner has connected (it does so right after this call).
+        QTimer::singleShot(0, this, [this] { announce_buffered(m_buffer.size()); });
+        return true;
     }
     if (m_consuming) {
         log_line(m_log, Debug) << "amqp: queue " << m_name << " is consumed already";
@@ -168,6 +224,21 @@ bool queue::ack(uint64_t delivery_tag, bool multiple) {
 bool queue::reject(uint64_t delivery_tag, bool requeue) {
     uint64_t broker_tag = 0;
     return split_tag(delivery_tag, &broker_tag, "reject") && m_conn.reject(m_channel, broker_tag, requeue);
+}
+
+// Tells of `pending` buffered deliveries, for at most a turn's budget at a time, so that
+// a full prefetch window that came in early does not keep the event loop to itself.
+void queue::announce_buffered(int pending) {
+    QElapsedTimer turn;
+    turn.start();
+    while (pending > 0 && !m_buffer.isEmpty()) {
+        if (turn.elapsed() >= announce_budget_ms) {
+            QTimer::singleShot(0, this, [this, pending] { announce_buffered(pending); });
+            return;
+        }
+        --pending;
+        Q_EMIT messageReceived();
+    }
 }
 
 message queue::dequeue() {

@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QQueue>
+#include <QSet>
 #include <QString>
 #include <QVariantHash>
 #include <cstdint>
@@ -17,6 +18,9 @@ class connection;
 // event loop and report with declared() / bound(); the other operations act at once.
 // Deliveries are buffered until dequeued. The object serves the connection it was
 // created on: once that is lost, every operation is a logged no-op.
+//
+// A queue that the connection's set-up plan has already declared, bound and consumed
+// answers those requests at once from what the set-up did, without asking the broker.
 //
 // Delivery tags handed out carry the connection's generation in their top 16 bits, so
 // an acknowledgement that outlived its connection is dropped here instead of hitting a
@@ -64,6 +68,8 @@ private:
     bool ensure_channel();
     void fail(const QString& reason);
     bool split_tag(uint64_t tag, uint64_t* broker_tag, const char* operation);
+    void take_over_setup();
+    void announce_buffered(int pending);
 
     connection& m_conn;
     logger& m_log;
@@ -73,6 +79,11 @@ private:
     bool m_consuming = false;
     QString m_consumer_tag;
     QQueue<message> m_buffer;
+    // What the connection's set-up did for this queue.
+    bool m_preset_declared = false;
+    QSet<QPair<QString, QString>> m_preset_bindings;
+    int m_preset_prefetch = -1;
+    bool m_preset_consuming = false;
 };
 
 }  // namespace amqp

@@ -33,6 +33,9 @@ rabbit_publisher_impl::rabbit_publisher_impl(logger& log, const rabbit_publisher
     auto* client = m_impl->client;
     connect(client, &amqp::connection::disconnected, this, &rabbit_publisher_impl::disconnected);
     connect(client, &amqp::connection::connected, this, &rabbit_publisher_impl::connected);
+    amqp::link_plan plan;
+    plan.publish_channel = true;  // opened off the event loop with the link
+    client->set_plan(plan);
     // TLS: the peer is not verified unless a CA file is set on the transport.
     client->connect_to_host(m_impl->url);
     client->set_auto_reconnect(true);

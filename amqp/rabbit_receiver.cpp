@@ -50,6 +50,13 @@ rabbit_receiver::rabbit_receiver(logger& log, const rabbit_receiver_cfg& cfg, QO
             Qt::DirectConnection);
     connect(client, &amqp::connection::connected, this, &rabbit_receiver::connected, Qt::DirectConnection);
     connect(client, &amqp::connection::drained, this, &rabbit_receiver::drained, Qt::DirectConnection);
+    // The queue is declared, bound and consumed off the event loop before the link is
+    // handed over; the steps below then find them done.
+    amqp::link_plan plan;
+    plan.queue = amqp::link_plan::queue_setup{m_impl->queue_name,  m_impl->queue_options, m_impl->arguments,
+                                              m_impl->bindings,    m_impl->prefetch,      true,
+                                              amqp::queue::NoLocal};
+    client->set_plan(plan);
     // TLS: the peer is not verified unless a CA file is set on the transport.
     client->connect_to_host(m_impl->url);
     client->set_auto_reconnect(true);

@@ -217,8 +217,12 @@ TEST(rabbit_receiver, refused_binding_is_logged_and_retried_until_it_succeeds) {
     rabbit_receiver receiver(log.get(), cfg, nullptr, true, true);
     collector got(receiver);
 
-    ASSERT_TRUE(wait_for([&] { return log.text().contains("queue.bind refused by the broker: 404"); }));
+    // Told once with the broker's words and what to change, and retried later.
+    const QString refusal = "queue.bind of " + queue + " to exchange " + missing + " with key " + key +
+                            " refused by the broker: 404";
+    ASSERT_TRUE(wait_for([&] { return log.text().contains(refusal); }));
     EXPECT_TRUE(log.text().contains("no exchange '" + missing + "' in vhost '/api'"));
+    EXPECT_TRUE(log.text().contains("the exchange does not exist: declare it on the broker"));
     EXPECT_FALSE(consuming(log, queue));
 
     // Once the exchange exists the next attempt binds and consumes.
