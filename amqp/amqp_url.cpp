@@ -11,9 +11,17 @@ constexpr int amqps_port = 5671;
 
 url_parts url_parts::parse(const QString& url) {
     url_parts parts;
-    const QUrl parsed(url, QUrl::StrictMode);
+    // Tolerant, as Qt parses by default: a password may hold a raw "%" or blank as well
+    // as their percent-encoded forms.
+    const QUrl parsed(url, QUrl::TolerantMode);
     if (!parsed.isValid()) {
-        parts.error = "malformed URL: " + parsed.errorString();
+        // Qt's text quotes the URL ("source was ..."): never let the password out with it.
+        QString why = parsed.errorString();
+        const int source = why.indexOf("; source was");
+        if (source >= 0) {
+            why.truncate(source);
+        }
+        parts.error = "malformed URL: " + why;
         return parts;
     }
     const QString scheme = parsed.scheme().toLower();

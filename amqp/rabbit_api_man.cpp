@@ -22,6 +22,8 @@ rabbit_receiver_cfg receiver_config(const rabbit_api_config& cfg) {
     out.queue_options = cfg.queue_options;
     out.prefetch = cfg.prefetch;
     out.arguments = cfg.arguments;
+    out.heartbeat = cfg.heartbeat;
+    out.ca_cert = cfg.ca_cert;
     return out;
 }
 
@@ -30,6 +32,8 @@ rabbit_publisher_config publisher_config(const rabbit_api_config& cfg) {
     out.url = cfg.url;
     out.exchange = cfg.exchange_cmd;
     out.vhost = cfg.vhost;
+    out.heartbeat = cfg.heartbeat;
+    out.ca_cert = cfg.ca_cert;
     return out;
 }
 

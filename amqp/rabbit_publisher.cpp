@@ -36,7 +36,11 @@ rabbit_publisher_impl::rabbit_publisher_impl(logger& log, const rabbit_publisher
     amqp::link_plan plan;
     plan.publish_channel = true;  // opened off the event loop with the link
     client->set_plan(plan);
-    // TLS: the peer is not verified unless a CA file is set on the transport.
+    client->set_heartbeat(cfg.heartbeat);
+    // TLS: the peer is not verified unless a CA file is set.
+    if (!cfg.ca_cert.isEmpty()) {
+        client->set_ca_cert_file(cfg.ca_cert);
+    }
     client->connect_to_host(m_impl->url);
     client->set_auto_reconnect(true);
     client->set_write_timeout(5000);

@@ -57,7 +57,11 @@ rabbit_receiver::rabbit_receiver(logger& log, const rabbit_receiver_cfg& cfg, QO
                                               m_impl->bindings,    m_impl->prefetch,      true,
                                               amqp::queue::NoLocal};
     client->set_plan(plan);
-    // TLS: the peer is not verified unless a CA file is set on the transport.
+    client->set_heartbeat(cfg.heartbeat);
+    // TLS: the peer is not verified unless a CA file is set.
+    if (!cfg.ca_cert.isEmpty()) {
+        client->set_ca_cert_file(cfg.ca_cert);
+    }
     client->connect_to_host(m_impl->url);
     client->set_auto_reconnect(true);
     client->set_write_timeout(5000);

@@ -1,5 +1,8 @@
 #include "app/composition.h"
 
+#include <stdexcept>
+
+#include "amqp/amqp_url.h"
 #include "amqp/rabbit_api_man.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
@@ -50,6 +53,16 @@ std::shared_ptr<command_context> make_context(const startup_records& records, Pl
     return context;
 }
 
+// A broker URL that cannot be used would leave its link down for good: say so now.
+void require_usable_url(const char* group, const QString& url) {
+    const amqp::url_parts parts = amqp::url_parts::parse(url);
+    if (!parts.valid) {
+        throw std::runtime_error(QString("%1 R_LOGIN %2 cannot be used: %3")
+                                     .arg(group, mask_url_password(url), parts.error)
+                                     .toStdString());
+    }
+}
+
 DriverBuilder make_driver_builder(PluginsManager& plugins) {
     DriverBuilder builder;
     builder.build = [&plugins](std::shared_ptr<interfaces::IMessagesDatabase> messages,
@@ -66,6 +79,9 @@ DriverBuilder make_driver_builder(PluginsManager& plugins) {
 
 std::unique_ptr<QObject> compose_service(const startup_records& records) {
     logger& log = *records.log;
+    require_usable_url("AMQP_UL_SETTINGS", records.receiver.url);
+    require_usable_url("AMQP_UL_CLIENT_SETTINGS", records.clients.url);
+    require_usable_url("AMQP_API_SETTINGS", records.api.url);
     auto graph = std::make_unique<service_graph>(std::make_unique<PluginsManager>(records.pm, log));
     PluginsManager& plugins = graph->plugins();
 

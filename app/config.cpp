@@ -69,6 +69,13 @@ amqp_bindings balancer_bindings(const general_settings& general, const PMConfig&
     return bindings;
 }
 
+// The link keys every AMQP group has besides its URL.
+template <typename Config>
+void load_link_keys(QSettings& settings, Config& config) {
+    config.heartbeat = int32_t(unsigned_value(settings, "R_HEARTBEAT", 10));
+    config.ca_cert = text_value(settings, "R_CA_CERT", QString());
+}
+
 template <typename Config>
 Config load_publisher_config(QSettings& settings, const char* group) {
     group_scope scope(settings, group);
@@ -76,6 +83,7 @@ Config load_publisher_config(QSettings& settings, const char* group) {
     config.url = text_value(settings, "R_LOGIN", default_broker_url);
     config.exchange = text_value(settings, "R_EXCHANGE", "norvik.api");
     config.vhost = text_value(settings, "R_VHOST", "/api");
+    load_link_keys(settings, config);
     return config;
 }
 
@@ -124,6 +132,8 @@ rabbit_receiver_cfg load_receiver_config(QSettings& settings, const PMConfig& pm
         config.queue = text_value(settings, "R_QUEUE", "test_parser");
         config.vhost = text_value(settings, "R_VHOST", "/api");
         config.prefetch = settings.value("R_PREFETCH", "10").toInt();
+        config.arguments = load_queue_arguments(settings, log);
+        load_link_keys(settings, config);
     }
     // Position before count here; the log name has them the other way round.
     config.queue += QString("_%1_%2_%3from%4")
@@ -150,7 +160,29 @@ rabbit_api_config load_api_config(QSettings& settings, logger* log) {
     config.api_key = text_value(settings, "SS_API_KEY", "qorvantelimbusardekton");
     config.queue_options = 2;
     config.prefetch = 1;
+    config.arguments = load_queue_arguments(settings, log);
+    load_link_keys(settings, config);
     return config;
+}
+
+QVariantHash load_queue_arguments(QSettings& settings, logger* log) {
+    QVariantHash arguments;
+    const QString type = text_value(settings, "R_QUEUE_TYPE", QString()).trimmed().toLower();
+    if (type == "classic" || type == "quorum") {
+        arguments.insert("x-queue-type", type);
+    } else if (!type.isEmpty() && log) {
+        log_line(*log, Error) << "R_QUEUE_TYPE \"" << type
+                              << "\" is neither classic nor quorum; the queue is declared without a type";
+    }
+    const QString dead_letter_exchange = text_value(settings, "R_DEAD_LETTER_EXCHANGE", QString());
+    if (!dead_letter_exchange.isEmpty()) {
+        arguments.insert("x-dead-letter-exchange", dead_letter_exchange);
+        const QString dead_letter_key = text_value(settings, "R_DEAD_LETTER_ROUTING_KEY", QString());
+        if (!dead_letter_key.isEmpty()) {
+            arguments.insert("x-dead-letter-routing-key", dead_letter_key);
+        }
+    }
+    return arguments;
 }
 
 rabbit_publisher_clients_config load_clients_publisher_config(QSettings& settings) {

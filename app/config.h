@@ -60,12 +60,16 @@ struct rabbit_receiver_cfg {
     int32_t queue_options = 2;  // durable
     int32_t prefetch = 1;
     QVariantHash arguments;
+    int32_t heartbeat = 10;  // seconds, 0 off (R_HEARTBEAT)
+    QString ca_cert;         // amqps: verify the broker against this CA file (R_CA_CERT)
 };
 
 struct rabbit_publisher_config {
     QString url;
     QString exchange = "norvik.api";
     QString vhost = "/api";
+    int32_t heartbeat = 10;
+    QString ca_cert;
 };
 
 struct rabbit_publisher_clients_config : rabbit_publisher_config {};
@@ -81,6 +85,8 @@ struct rabbit_api_config {
     QVariantHash arguments;
     QString api_key;
     QString exchange_cmd;
+    int32_t heartbeat = 10;
+    QString ca_cert;
 };
 
 // Loaders: each reads one INI group; a missing key takes its default silently.
@@ -94,5 +100,10 @@ rabbit_publisher_clients_config load_clients_publisher_config(QSettings& setting
 rabbit_publisher_dl_config load_dl_publisher_config(QSettings& settings);
 EngineConfig make_engine_config(const general_settings& settings, int64_t start_time, int32_t instances,
                                 int32_t position);
+// The queue-declare arguments of a consumed queue's group: R_QUEUE_TYPE ("classic" or
+// "quorum") as x-queue-type, R_DEAD_LETTER_EXCHANGE and R_DEAD_LETTER_ROUTING_KEY as
+// x-dead-letter-exchange and x-dead-letter-routing-key; a key left out adds nothing.
+// An unknown queue type is logged and left out.
+QVariantHash load_queue_arguments(QSettings& settings, logger* log = nullptr);
 // "a:k1,b:k2" -> [(a, k1), (b, k2)]; an item without a colon is skipped with an error line.
 amqp_bindings parse_bindings(const QString& text, logger* log = nullptr);

@@ -4,7 +4,6 @@
 #include <QMutexLocker>
 #include <QTextStream>
 #include <QThread>
-#include <QUrl>
 
 namespace {
 struct level_word {
@@ -114,10 +113,24 @@ log_line& log_line::operator<<(uint64_t number) {
 }
 
 QString mask_url_password(const QString& url) {
-    QUrl parsed(url);
-    if (!parsed.isValid() || parsed.password().isEmpty()) {
+    // Found by position, not by a URL parser: a URL that does not parse must not show its
+    // password either.
+    const int scheme_end = url.indexOf("://");
+    const int start = scheme_end < 0 ? 0 : scheme_end + 3;
+    int authority_end = url.indexOf('/', start);
+    if (authority_end < 0) {
+        authority_end = url.size();
+    }
+    int at = url.lastIndexOf('@', authority_end - 1);
+    if (at < start) {
+        at = url.lastIndexOf('@');  // a raw "/" in the password
+    }
+    if (at < start) {
         return url;
     }
-    parsed.setPassword("****");
-    return parsed.toString();
+    const int colon = url.indexOf(':', start);
+    if (colon < 0 || colon > at) {
+        return url;
+    }
+    return url.left(colon + 1) + "****" + url.mid(at);
 }
