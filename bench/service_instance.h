@@ -44,6 +44,8 @@ public:
     int stop();
     // SIGKILL, then waits: the process gets no chance to finish anything.
     void kill_now();
+    // The process's standard error goes to this file instead of the caller's (before start()).
+    void set_error_file(const QString& path) { m_process.setStandardErrorFile(path, QIODevice::Append); }
     // Leaves the working directory (log, configuration, default store) in place.
     void keep_files() { m_dir.setAutoRemove(false); }
     bool running() const { return m_process.state() == QProcess::Running; }

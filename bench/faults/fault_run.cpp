@@ -52,6 +52,8 @@ bool fault_run::set_up() {
         m_report.service_dir = m_service->working_dir();
     }
     m_store_path = m_service->working_dir() + "/quillon.db";
+    // The store's warnings under faults would bury the tool's own lines.
+    m_service->set_error_file(m_service->working_dir() + "/quillon.stderr");
     m_client_exchange = "faults.clients." + m_run;
     m_rejected_queue = "faults_rejected_" + m_run;
     // The service adds its protocol, instance and position to this name.

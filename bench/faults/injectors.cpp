@@ -17,7 +17,9 @@ constexpr int64_t store_margin_pages = 16;
 
 injectors::injectors(const target& where, broker_link& admin, broker_control& control, fault_tally& tally,
                      QStringList& problems)
-    : m_target(where), m_admin(admin), m_control(control), m_tally(tally), m_problems(problems) {}
+    : m_target(where), m_admin(admin), m_control(control), m_tally(tally), m_problems(problems) {
+    m_fault_clock.start();
+}
 
 void injectors::note(const QString& problem) {
     m_problems << problem;
@@ -30,7 +32,7 @@ bool injectors::wait_consuming(const QString& after, int timeout_ms) {
         uint32_t messages = 0;
         uint32_t consumers = 0;
         if (m_admin.queue_counts(m_target.uplink_queue, messages, consumers) && consumers > 0) {
-            m_tally.longest_outage_s = std::max(m_tally.longest_outage_s, clock.elapsed() / 1000.0);
+            m_tally.longest_outage_s = std::max(m_tally.longest_outage_s, m_fault_clock.elapsed() / 1000.0);
             return true;
         }
         if (!m_target.service->running()) {
@@ -57,6 +59,7 @@ void injectors::wait_consumer_gone(int timeout_ms) {
 }
 
 void injectors::restart_broker() {
+    begin_fault();
     if (!m_control.restart()) {
         note("broker restart failed: " + m_control.error());
         return;
@@ -67,6 +70,7 @@ void injectors::restart_broker() {
 }
 
 void injectors::close_connections() {
+    begin_fault();
     QStringList connections;
     if (!m_control.connections_from(tcp_ports_of(m_target.service->pid()), connections)) {
         note("listing the broker's connections failed: " + m_control.error());
@@ -89,6 +93,7 @@ void injectors::close_connections() {
 }
 
 void injectors::kill_service() {
+    begin_fault();
     m_target.service->kill_now();
     ++m_tally.kills;
     wait_consumer_gone();
@@ -100,6 +105,7 @@ void injectors::kill_service() {
 }
 
 void injectors::drop_exchange() {
+    begin_fault();
     if (!m_admin.delete_exchange(m_target.client_exchange)) {
         note("deleting the client exchange failed: " + m_admin.error());
         return;
@@ -115,6 +121,7 @@ void injectors::drop_exchange() {
 }
 
 void injectors::limit_store(bool full) {
+    begin_fault();
     const int code = m_target.service->stop();
     if (code != 0) {
         note(QString("the service's orderly stop for the store limit ended with %1").arg(code));

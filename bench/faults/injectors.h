@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QString>
 #include <QStringList>
 
@@ -31,7 +32,7 @@ public:
     injectors& operator=(const injectors&) = delete;
 
     // Waits for a consumer on the uplink queue; false (with a problem noted) when none
-    // comes in time.
+    // comes in time. The wait counts from the start of the last fault.
     bool wait_consuming(const QString& after, int timeout_ms = 60000);
 
     void restart_broker();
@@ -46,12 +47,14 @@ private:
     // Waits until the broker has seen the service's consumer go.
     void wait_consumer_gone(int timeout_ms = 5000);
     void note(const QString& problem);
+    void begin_fault() { m_fault_clock.restart(); }
 
     target m_target;
     broker_link& m_admin;
     broker_control& m_control;
     fault_tally& m_tally;
     QStringList& m_problems;
+    QElapsedTimer m_fault_clock;
 };
 
 }  // namespace faults
