@@ -30,7 +30,8 @@ void print_table(QTextStream& out, const run_report& report) {
         row(out, "store full (max_page_count) from a third to two thirds",
             QString("%1 pages, %2 service restarts").arg(f.store_limit_pages).arg(f.store_restarts));
     }
-    row(out, "longest wait for the service to consume again, s", QString::number(f.longest_outage_s, 'f', 1));
+    row(out, "longest wait after a fault for the service to consume, s",
+        QString::number(f.longest_outage_s, 'f', 1));
     out << "Uplinks\n";
     row(out, "sent (confirmed by the broker)", c.uplinks);
     row(out, "stored", c.stored);

@@ -18,7 +18,7 @@ struct fault_tally {
     int exchange_drops = 0;
     int store_restarts = 0;  // service restarts that set or lifted the store's limit
     int64_t store_limit_pages = 0;
-    double longest_outage_s = 0;  // from a fault to the service consuming again
+    double longest_outage_s = 0;  // from the end of a fault to the service consuming again
 };
 
 struct run_report {

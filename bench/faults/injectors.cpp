@@ -59,18 +59,17 @@ void injectors::wait_consumer_gone(int timeout_ms) {
 }
 
 void injectors::restart_broker() {
-    begin_fault();
     if (!m_control.restart()) {
         note("broker restart failed: " + m_control.error());
         return;
     }
     ++m_tally.broker_restarts;
+    begin_fault();
     m_admin.close();  // its connection died with the broker application
     wait_consuming("a broker restart");
 }
 
 void injectors::close_connections() {
-    begin_fault();
     QStringList connections;
     if (!m_control.connections_from(tcp_ports_of(m_target.service->pid()), connections)) {
         note("listing the broker's connections failed: " + m_control.error());
@@ -88,14 +87,16 @@ void injectors::close_connections() {
         }
     }
     ++m_tally.close_rounds;
-    wait_consumer_gone();
+    begin_fault();
+    // No wait for the consumer to go: each close is done when rabbitmqctl returns, and the
+    // service may be back on its uplink queue before the round's last close.
     wait_consuming("forced closes");
 }
 
 void injectors::kill_service() {
-    begin_fault();
     m_target.service->kill_now();
     ++m_tally.kills;
+    begin_fault();
     wait_consumer_gone();
     if (!m_target.service->start()) {
         note("the service did not start again after kill -9");
@@ -105,7 +106,6 @@ void injectors::kill_service() {
 }
 
 void injectors::drop_exchange() {
-    begin_fault();
     if (!m_admin.delete_exchange(m_target.client_exchange)) {
         note("deleting the client exchange failed: " + m_admin.error());
         return;
@@ -117,12 +117,13 @@ void injectors::drop_exchange() {
         return;
     }
     ++m_tally.exchange_drops;
+    begin_fault();
     wait_consuming("a client exchange drop");
 }
 
 void injectors::limit_store(bool full) {
-    begin_fault();
     const int code = m_target.service->stop();
+    begin_fault();
     if (code != 0) {
         note(QString("the service's orderly stop for the store limit ended with %1").arg(code));
     }

@@ -32,7 +32,8 @@ public:
     injectors& operator=(const injectors&) = delete;
 
     // Waits for a consumer on the uplink queue; false (with a problem noted) when none
-    // comes in time. The wait counts from the start of the last fault.
+    // comes in time. The wait counts from the end of the last fault (the broker back,
+    // the connections closed, the service killed or stopped).
     bool wait_consuming(const QString& after, int timeout_ms = 60000);
 
     void restart_broker();
@@ -47,7 +48,7 @@ private:
     // Waits until the broker has seen the service's consumer go.
     void wait_consumer_gone(int timeout_ms = 5000);
     void note(const QString& problem);
-    void begin_fault() { m_fault_clock.restart(); }
+    void begin_fault() { m_fault_clock.restart(); }  // the fault is done: the wait begins
 
     target m_target;
     broker_link& m_admin;
