@@ -113,6 +113,13 @@ int service_instance::stop() {
     return m_process.exitCode();
 }
 
+void service_instance::kill_now() {
+    if (running()) {
+        ::kill(pid(), SIGKILL);
+    }
+    m_process.waitForFinished(10000);
+}
+
 QString service_instance::log_tail(int chars) const {
     QFile file(m_dir.filePath("quillon.log"));
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).right(chars) : QString();

@@ -42,6 +42,12 @@ public:
     bool start();
     // SIGTERM, then waits; returns the exit code (-1 when it did not end in time).
     int stop();
+    // SIGKILL, then waits: the process gets no chance to finish anything.
+    void kill_now();
+    // The process's standard error goes to this file instead of the caller's (before start()).
+    void set_error_file(const QString& path) { m_process.setStandardErrorFile(path, QIODevice::Append); }
+    // Leaves the working directory (log, configuration, default store) in place.
+    void keep_files() { m_dir.setAutoRemove(false); }
     bool running() const { return m_process.state() == QProcess::Running; }
     pid_t pid() const { return pid_t(m_process.processId()); }
     QString log_tail(int chars = 2000) const;

@@ -82,6 +82,8 @@ void backend::open() {
     run_plain(QString("PRAGMA synchronous=%1").arg(m_config.synchronous_full ? "FULL" : "NORMAL"));
     run_plain(QString("PRAGMA busy_timeout=%1").arg(m_config.busy_timeout_ms));
     run_plain(QString("PRAGMA wal_autocheckpoint=%1").arg(m_config.checkpoint_pages));
+    if (m_config.max_page_count > 0)
+        run_plain(QString("PRAGMA max_page_count=%1").arg(m_config.max_page_count));
 }
 
 QSqlQuery& backend::statement(const QString& sql) {

@@ -41,6 +41,7 @@ sqlite_config sqlite_config::from_json(const QJsonObject& o) {
     c.purge_batch = positive_int(o, "purge_batch", c.purge_batch);
     c.busy_timeout_ms = positive_int(o, "busy_timeout", c.busy_timeout_ms);
     c.checkpoint_pages = positive_int(o, "checkpoint_pages", c.checkpoint_pages);
+    c.max_page_count = positive_int(o, "max_page_count", c.max_page_count);
     c.devices = o.value("devices").toObject();
     return c;
 }

@@ -17,6 +17,8 @@ namespace sqlite_db {
 //   "busy_timeout"    ms to wait for another process's write lock (default 5000)
 //   "checkpoint_pages"  write-ahead-log pages after which a commit copies the log back
 //                     into the file (default 1000; 0 = never, for an outside checkpointer)
+//   "max_page_count"  most pages the file may grow to (default 0 = SQLite's own limit);
+//                     a write beyond it fails as on a full disk
 //   "devices"         optional registry seed: {"77": {"protocol": ..., "hw_type": ...,
 //                     "clients": [...]}}
 // It serves all four database objects (messages, values and events, driver state
@@ -30,6 +32,7 @@ struct sqlite_config {
     int purge_batch = 500;
     int busy_timeout_ms = 5000;
     int checkpoint_pages = 1000;
+    int max_page_count = 0;  // 0: no limit of our own
     QJsonObject devices;
 
     // Reads the plugin configuration; unknown or mistyped keys keep their defaults.

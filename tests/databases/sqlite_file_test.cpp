@@ -353,3 +353,46 @@ TEST(SqliteFile, ABatchWhoseTransactionSQLiteRolledBackFailsItsCommit) {
     db.commit_batch();
     EXPECT_EQ(roll_size(messages, 3), 1u);
 }
+
+TEST(SqliteFile, MaxPageCountFailsWritesAsAFullDiskAndKeepsWhatWasCommitted) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    {
+        stores s = open_stores(config_for(path));  // the schema, unlimited
+        s.eav->records().save_values({value(1, T0)});
+    }
+    const int pages = raw_connection(path).scalar("PRAGMA page_count").toInt();
+    ASSERT_GT(pages, 0);
+
+    QJsonObject config = config_for(path);
+    config["max_page_count"] = pages + 8;
+    stores s = open_stores(config);
+    int saved = 0;
+    std::string error;
+    // A value row is a few dozen bytes: 8 pages of 4 KiB (with three index pages per
+    // commit at least) are full long before 2000 rows.
+    try {
+        for (; saved < 2000; ++saved)
+            s.eav->records().save_values({value(1, T0 + 1 + saved)});
+    } catch (const std::runtime_error& e) {
+        error = e.what();
+    }
+    EXPECT_LT(saved, 2000);
+    EXPECT_NE(error.find("full"), std::string::npos) << error;
+    EXPECT_EQ(raw_connection(path).scalar("SELECT COUNT(*) FROM dev_values").toInt(), 1 + saved);
+    EXPECT_LE(raw_connection(path).scalar("PRAGMA page_count").toInt(), pages + 8);
+}
+
+TEST(SqliteFile, MaxPageCountZeroOrMistypedLeavesTheFileUnlimited) {
+    for (const QJsonValue limit : {QJsonValue(0), QJsonValue(-5), QJsonValue("10")}) {
+        QTemporaryDir dir;
+        QJsonObject config = config_for(dir.filePath("store.db"));
+        config["max_page_count"] = limit;
+        stores s = open_stores(config);
+        // A limit of 10 pages (or below the schema's own size) would stop the first growth.
+        for (int i = 0; i < 300; ++i)
+            s.eav->records().save_values({value(i, T0 + i), value(i, T0 + i + 1)});
+        EXPECT_EQ(raw_connection(dir.filePath("store.db")).scalar("SELECT COUNT(*) FROM dev_values").toInt(),
+                  600);
+    }
+}
