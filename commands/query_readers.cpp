@@ -1,6 +1,7 @@
 #include "commands/query_readers.h"
 
 #include <QJsonArray>
+#include <QSet>
 #include <cmath>
 #include <limits>
 
@@ -8,6 +9,8 @@
 
 namespace query_readers {
 namespace {
+
+constexpr int max_named_bad_ids = 10;
 
 bool fits_int32(double number) {
     return std::isfinite(number) && std::trunc(number) == number &&
@@ -67,10 +70,36 @@ QList<int> modem_ids(const QJsonValue& ids, const command_context& context) {
         }
         return result;
     }
-    for (const QJsonValue& element : ids.toArray()) {
-        if (const auto id = modem_id_from_json(element, context)) {
-            result.append(*id);
+    const QJsonArray array = ids.toArray();
+    QSet<int> seen;
+    seen.reserve(array.size());
+    int repeated = 0;
+    int bad = 0;
+    for (const QJsonValue& element : array) {
+        // The first few bad ids are named one by one, the rest only counted.
+        const bool valid = element.isDouble() && fits_int32(element.toDouble());
+        if (!valid && ++bad > max_named_bad_ids) {
+            continue;
         }
+        const auto id = modem_id_from_json(element, context);
+        if (!id) {
+            continue;
+        }
+        if (seen.contains(*id)) {
+            ++repeated;
+            continue;
+        }
+        seen.insert(*id);
+        result.append(*id);
+    }
+    if (bad > max_named_bad_ids) {
+        handler_support::log_error(
+            context, QString("\"modem_id\" has %1 more ids that are not 32-bit integers, dropped")
+                         .arg(bad - max_named_bad_ids));
+    }
+    if (repeated > 0) {
+        handler_support::log_error(
+            context, QString("\"modem_id\" lists %1 ids a second time, each modem taken once").arg(repeated));
     }
     return result;
 }

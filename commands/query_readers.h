@@ -21,8 +21,9 @@ std::optional<int> modem_id_from_json(const QJsonValue& value, const command_con
 // A modem id given as a decimal object key, with the same rules.
 std::optional<int> modem_id_from_key(const QString& key, const command_context& context);
 
-// The valid ids of a JSON array, in array order, without ownership filtering. A value
-// that is present but not an array gives an empty list and an Error line.
+// The valid ids of a JSON array, in array order, each once (where first listed), without
+// ownership filtering. A value that is present but not an array gives an empty list and
+// an Error line; bad and repeated ids give at most a dozen Error lines in all.
 QList<int> modem_ids(const QJsonValue& ids, const command_context& context);
 // The same, keeping only the modems this instance's driver serves (others dropped silently).
 QList<int> owned_modem_ids(const QJsonValue& ids, const command_context& context);
