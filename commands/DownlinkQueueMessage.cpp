@@ -69,7 +69,17 @@ QJsonObject DownlinkQueueMessage::process_addressees(const dl_queue_request& req
     const ownership owner = m_context->owner();
     keyed_reply reply;
     int repeated = 0;
+    if (addressees.size() > size_t(query_readers::max_listed_modems)) {
+        handler_support::log_error(
+            *m_context, QString("dl_queue: %1 modems addressed, only the first %2 in key order are handled")
+                            .arg(addressees.size())
+                            .arg(query_readers::max_listed_modems));
+    }
+    int handled = 0;
     for (const auto& [key, value] : addressees) {
+        if (++handled > query_readers::max_listed_modems) {
+            break;
+        }
         const auto id = query_readers::modem_id_from_key(key, *m_context);
         if (!id || !owner.is_mine(*id)) {
             continue;

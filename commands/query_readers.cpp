@@ -2,6 +2,7 @@
 
 #include <QJsonArray>
 #include <QSet>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -71,11 +72,18 @@ QList<int> modem_ids(const QJsonValue& ids, const command_context& context) {
         return result;
     }
     const QJsonArray array = ids.toArray();
+    if (array.size() > max_listed_modems) {
+        handler_support::log_error(context, QString("\"modem_id\" lists %1 ids, only the first %2 are read")
+                                                .arg(array.size())
+                                                .arg(max_listed_modems));
+    }
     QSet<int> seen;
     seen.reserve(array.size());
     int repeated = 0;
     int bad = 0;
-    for (const QJsonValue& element : array) {
+    const int read = std::min(array.size(), max_listed_modems);
+    for (int i = 0; i < read; ++i) {
+        const QJsonValue element = array.at(i);
         // The first few bad ids are named one by one, the rest only counted.
         const bool valid = element.isDouble() && fits_int32(element.toDouble());
         if (!valid && ++bad > max_named_bad_ids) {

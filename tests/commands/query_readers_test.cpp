@@ -26,6 +26,18 @@ TEST(QueryReaders, ModemIdsListedTwiceAreTakenOnceWhereFirstListed) {
     EXPECT_EQ(read_dl_query(body, *f.context).modem_id, (QList<int>{3, 1}));
 }
 
+TEST(QueryReaders, OnlyTheFirst300000ElementsOfAModemListAreRead) {
+    CommandFixture f;
+    QJsonArray ids;
+    for (int i = 1; i <= 300005; ++i) {
+        ids.append(i);
+    }
+    const QList<int> read = modem_ids(ids, *f.context);
+    ASSERT_EQ(read.size(), 300000);
+    EXPECT_EQ(read.last(), 300000);
+    EXPECT_TRUE(f.log_text().contains("\"modem_id\" lists 300005 ids, only the first 300000 are read"));
+}
+
 TEST(QueryReaders, ModemIdsThatAreNotAnArray) {
     CommandFixture f;
     EXPECT_TRUE(modem_ids(QJsonValue(5), *f.context).isEmpty());
