@@ -331,9 +331,10 @@ TEST_F(BadInputs, LimitsTimesAndMistypedKeys) {
     EXPECT_TRUE(out.answered);
     out = call_with("reparse_modem: no modem_id", "reparse_modem", QJsonObject{});
     EXPECT_TRUE(out.answered);
-    out = call_with("get_metadata: names with path separators", "get_metadata",
-                    QJsonObject{{"app", "../../etc"}, {"hw_type", "../x"}, {"protocol", "proto7"}});
-    EXPECT_TRUE(out.answered);
+    out =
+        call_with("get_metadata: an app_id with path separators", "get_metadata",
+                  QJsonObject{{"app_id", "../../../etc/passwd#"}, {"hw_type", "X"}, {"protocol", "proto7"}});
+    EXPECT_EQ(out.data, QJsonObject());
 }
 
 TEST_F(BadInputs, OddUplinks) {
