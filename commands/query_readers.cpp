@@ -77,11 +77,11 @@ QList<int> modem_ids(const QJsonValue& ids, const command_context& context) {
                                                 .arg(array.size())
                                                 .arg(max_listed_modems));
     }
+    const int read = std::min(array.size(), max_listed_modems);
     QSet<int> seen;
-    seen.reserve(array.size());
+    seen.reserve(read);
     int repeated = 0;
     int bad = 0;
-    const int read = std::min(array.size(), max_listed_modems);
     for (int i = 0; i < read; ++i) {
         const QJsonValue element = array.at(i);
         // The first few bad ids are named one by one, the rest only counted.
