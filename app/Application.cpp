@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 
 #include "app/command_line.h"
 #include "app/signal_watcher.h"
@@ -61,6 +62,11 @@ void Application::fill_records() {
 
 void Application::compose() {
     try {
+        const QString instances =
+            command_line::instance_error(command_line::instances(m_parser), command_line::position(m_parser));
+        if (!instances.isEmpty()) {
+            throw std::invalid_argument(instances.toStdString());
+        }
         m_engine = compose_service(*m_records);
     } catch (const std::exception& e) {
         log_line(*m_log, Error) << "start-up failed: " << e.what();

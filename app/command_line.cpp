@@ -47,4 +47,14 @@ int position(const QCommandLineParser& parser) {
     return decimal_value(parser, "n");
 }
 
+QString instance_error(int instances, int position) {
+    if (instances < 1) {
+        return QString("instance count (-i) must be 1 or more, not %1").arg(instances);
+    }
+    if (position < 0 || position >= instances) {
+        return QString("instance position (-n) must be 0 to %1, not %2").arg(instances - 1).arg(position);
+    }
+    return QString();
+}
+
 }  // namespace command_line

@@ -21,4 +21,8 @@ QString config_path(const QCommandLineParser& parser);
 int instances(const QCommandLineParser& parser);  // -i; text that is not a number gives 0
 int position(const QCommandLineParser& parser);   // -n; text that is not a number gives 0
 
+// Why a count and position cannot serve (a count below 1, a position outside
+// 0 .. count-1), or an empty text when they can.
+QString instance_error(int instances, int position);
+
 }  // namespace command_line

@@ -1,6 +1,7 @@
 #include "commands/Device.h"
 
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/query_readers.h"
 #include "model/json.h"
 
@@ -10,11 +11,11 @@ QJsonObject Device::execute(const api_message& message) {
     const QJsonObject body = handler_support::command_body(message, *m_context, "device");
     return handler_support::with_std_errors([&] {
         const model::roll_query query = read_query(body);
-        QJsonObject reply;
+        keyed_reply reply;
         for (int id : query.modem_id) {
-            reply[QString::number(id)] = describe_modem(query, id);
+            reply.insert(id, describe_modem(query, id));
         }
-        return reply;
+        return reply.take();
     });
 }
 

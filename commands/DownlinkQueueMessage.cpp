@@ -4,6 +4,7 @@
 
 #include "commands/dl_queue_editor.h"
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/query_readers.h"
 
 DownlinkQueueMessage::DownlinkQueueMessage(std::shared_ptr<command_context> context)
@@ -22,7 +23,7 @@ QJsonObject DownlinkQueueMessage::run(const QJsonObject& body) {
     if (request.mode == mode_modem_count) {
         return count_modems(request);
     }
-    const bool listing_all = request.addressees.isEmpty() && request.admin;
+    const bool listing_all = request.addressees.empty() && request.admin;
     QJsonObject reply =
         process_addressees(request, listing_all ? admin_addressees(request) : request.addressees);
     if (request.has_all) {
@@ -50,30 +51,52 @@ QJsonObject DownlinkQueueMessage::count_modems(const dl_queue_request& request) 
 }
 
 // A page of the modems that have queues, each with a "get" request.
-QJsonObject DownlinkQueueMessage::admin_addressees(const dl_queue_request& request) const {
+std::map<QString, QJsonValue> DownlinkQueueMessage::admin_addressees(const dl_queue_request& request) const {
     QList<int> modems;
     m_context->state->list_modems(modems, request.offset, request.limit);
-    QJsonObject addressees;
+    const QJsonObject get{{"action", "get"}};
+    std::map<QString, QJsonValue> addressees;
     for (int id : modems) {
-        addressees[QString::number(id)] = QJsonObject{{"action", "get"}};
+        addressees.emplace(QString::number(id), get);
     }
     return addressees;
 }
 
 // Keys that are not modem ids are dropped with an Error line, foreign modems silently.
+// Two keys of one modem ("7" and "07") are handled once, the first in key order.
 QJsonObject DownlinkQueueMessage::process_addressees(const dl_queue_request& request,
-                                                     const QJsonObject& addressees) {
+                                                     const std::map<QString, QJsonValue>& addressees) {
     const ownership owner = m_context->owner();
-    QJsonObject reply;
-    for (auto it = addressees.begin(); it != addressees.end(); ++it) {
-        const auto id = query_readers::modem_id_from_key(it.key(), *m_context);
+    keyed_reply reply;
+    int repeated = 0;
+    if (addressees.size() > size_t(query_readers::max_listed_modems)) {
+        handler_support::log_error(
+            *m_context, QString("dl_queue: %1 modems addressed, only the first %2 in key order are handled")
+                            .arg(addressees.size())
+                            .arg(query_readers::max_listed_modems));
+    }
+    int handled = 0;
+    for (const auto& [key, value] : addressees) {
+        if (++handled > query_readers::max_listed_modems) {
+            break;
+        }
+        const auto id = query_readers::modem_id_from_key(key, *m_context);
         if (!id || !owner.is_mine(*id)) {
             continue;
         }
-        m_processed.append(*id);
-        reply[QString::number(*id)] = process_modem(*id, it.value().toObject(), request.mode);
+        if (m_processed.contains(*id)) {
+            ++repeated;
+            continue;
+        }
+        m_processed.insert(*id);
+        reply.insert(*id, process_modem(*id, value.toObject(), request.mode));
     }
-    return reply;
+    if (repeated > 0) {
+        handler_support::log_error(
+            *m_context,
+            QString("dl_queue: %1 keys name a modem named before, not handled again").arg(repeated));
+    }
+    return reply.take();
 }
 
 // The modem's guard is held from loading its queue set until it has been saved.
@@ -107,8 +130,8 @@ QJsonObject DownlinkQueueMessage::edit(int modem_id, model::dl_queues& set, cons
 // The "all" request as sent, its "modem_id" replaced by the listed modems that were processed.
 QJsonObject DownlinkQueueMessage::all_echo(const dl_queue_request& request) const {
     QJsonArray processed;
-    for (int id : request.all_ids) {
-        if (m_processed.contains(id) && !processed.contains(id)) {
+    for (int id : request.all_ids) {  // each id once already
+        if (m_processed.contains(id)) {
             processed.append(id);
         }
     }

@@ -1,6 +1,9 @@
 #pragma once
 
-#include <QList>
+#include <QJsonValue>
+#include <QSet>
+#include <QString>
+#include <map>
 #include <memory>
 
 #include "commands/ICommandHandler.h"
@@ -19,13 +22,14 @@ private:
     QJsonObject run(const QJsonObject& body);
     QJsonObject list_modems(const dl_queue_request& request) const;
     QJsonObject count_modems(const dl_queue_request& request) const;
-    QJsonObject admin_addressees(const dl_queue_request& request) const;
-    QJsonObject process_addressees(const dl_queue_request& request, const QJsonObject& addressees);
+    std::map<QString, QJsonValue> admin_addressees(const dl_queue_request& request) const;
+    QJsonObject process_addressees(const dl_queue_request& request,
+                                   const std::map<QString, QJsonValue>& addressees);
     QJsonObject process_modem(int modem_id, const QJsonObject& request, int mode);
     QJsonObject edit(int modem_id, model::dl_queues& set, const QString& action, const QJsonObject& request);
     QJsonObject all_echo(const dl_queue_request& request) const;
 
     std::shared_ptr<command_context> m_context;
     dl_queue_output::queue_list_table m_table;
-    QList<int> m_processed;
+    QSet<int> m_processed;
 };

@@ -3,6 +3,7 @@
 #include <QJsonArray>
 
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/query_readers.h"
 #include "model/json.h"
 
@@ -25,13 +26,13 @@ model::per_modem<model::dl_message> GetDownlinkMessage::query_store(const QJsonO
 }
 
 QJsonObject GetDownlinkMessage::to_reply(const model::per_modem<model::dl_message>& found) {
-    QJsonObject reply;
+    keyed_reply reply;
     for (const auto& [modem_id, messages] : found) {
         QJsonArray list;
         for (const model::dl_message& message : messages) {
             list.append(model::to_json(message));
         }
-        reply[QString::number(modem_id)] = list;
+        reply.insert(modem_id, list);
     }
-    return reply;
+    return reply.take();
 }

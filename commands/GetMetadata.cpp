@@ -2,6 +2,7 @@
 
 #include "commands/device_filters.h"
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/metadata_file.h"
 #include "commands/query_readers.h"
 #include "model/json.h"
@@ -23,12 +24,12 @@ QJsonObject GetMetadata::execute(const api_message& message) {
 
 QJsonObject GetMetadata::per_modem(const QJsonObject& body) const {
     const ownership owner = m_context->owner();
-    QJsonObject reply;
+    keyed_reply reply;
     for (int id : query_readers::owned_modem_ids(body.value("modem_id"), *m_context)) {
         const QString hw_type = owner.device_of(id).second;
-        reply[QString::number(id)] = metadata_for(body, hw_type);
+        reply.insert(id, metadata_for(body, hw_type));
     }
-    return reply;
+    return reply.take();
 }
 
 QJsonObject GetMetadata::per_hw_type(const QJsonObject& body) const {

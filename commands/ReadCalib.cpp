@@ -6,6 +6,7 @@
 
 #include "commands/command_context.h"
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/query_readers.h"
 
 namespace {
@@ -39,13 +40,13 @@ QJsonObject ReadCalib::nest(const QList<model::calib_result>& results) {
     for (const model::calib_result& result : results) {
         groups[result.modem_id][result.group].insert(result.name, result.value);
     }
-    QJsonObject reply;
+    keyed_reply reply;
     for (const auto& [modem_id, modem_groups] : groups) {
         QJsonObject modem;
         for (const auto& [group, names] : modem_groups) {
             modem.insert(group, names);
         }
-        reply.insert(QString::number(modem_id), modem);
+        reply.insert(modem_id, modem);
     }
-    return reply;
+    return reply.take();
 }

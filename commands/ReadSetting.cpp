@@ -7,6 +7,7 @@
 
 #include "commands/command_context.h"
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/query_readers.h"
 
 namespace {
@@ -15,11 +16,11 @@ const QString modem_id_key = QStringLiteral("modem_id");
 const QString settings_key = QStringLiteral("settings");
 
 QJsonObject to_reply(const std::map<int, QJsonObject>& per_modem) {
-    QJsonObject reply;
+    keyed_reply reply;
     for (const auto& [modem_id, object] : per_modem) {
-        reply.insert(QString::number(modem_id), object);
+        reply.insert(modem_id, object);
     }
-    return reply;
+    return reply.take();
 }
 
 }  // namespace

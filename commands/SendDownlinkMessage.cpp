@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "commands/handler_support.h"
+#include "commands/keyed_reply.h"
 #include "commands/query_readers.h"
 #include "model/json.h"
 
@@ -18,8 +19,15 @@ QJsonObject SendDownlinkMessage::execute(const api_message& message) {
     return handler_support::with_std_errors([&] { return send_to_modems(request, body); });
 }
 
-model::dl_message SendDownlinkMessage::read_request(const QJsonObject& body) {
+model::dl_message SendDownlinkMessage::read_request(const QJsonObject& body) const {
     model::dl_message request = model::dl_message_from_request(body);
+    // The reader takes a status outside the enumeration as PENDING; the log says why.
+    const QJsonValue status = body.value("status");
+    if (status.isDouble() && request.dl_status == model::PENDING && status.toDouble() != 0) {
+        handler_support::log_error(
+            *m_context, QString("send_dl_msg: \"status\" %1 is not a dl status (0 to 3), PENDING taken")
+                            .arg(status.toDouble(), 0, 'g', 17));
+    }
     if (request.timeout == 0 || request.timeout > max_timeout) {
         request.timeout = max_timeout;
     }
@@ -31,10 +39,10 @@ QJsonObject SendDownlinkMessage::send_to_modems(model::dl_message request, const
     if (!modems.isEmpty() && !m_context->engine) {
         throw std::runtime_error("send_dl_msg: no engine to send downlinks through");
     }
-    QJsonObject reply;
+    keyed_reply reply;
     for (int id : modems) {
         request.modem_id = id;
-        reply[QString::number(id)] = m_context->engine->send_downlink(request);
+        reply.insert(id, m_context->engine->send_downlink(request));
     }
-    return reply;
+    return reply.take();
 }

@@ -16,7 +16,7 @@ public:
     static constexpr int max_timeout = 2592000;
 
 private:
-    static model::dl_message read_request(const QJsonObject& body);
+    model::dl_message read_request(const QJsonObject& body) const;
     QJsonObject send_to_modems(model::dl_message request, const QJsonObject& body) const;
 
     std::shared_ptr<command_context> m_context;

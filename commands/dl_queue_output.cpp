@@ -25,8 +25,8 @@ QJsonObject listing(const char* key, const QJsonValue& value) {
 }
 
 // Every status a queue can have, each with no modem yet.
-QJsonObject empty_status_groups() {
-    QJsonObject groups;
+std::map<QString, QJsonArray> empty_status_groups() {
+    std::map<QString, QJsonArray> groups;
     for (int status = model::NONE; status <= model::OUTDATE; ++status) {
         groups[model::dl_queue_status_name(status)] = QJsonArray();
     }
@@ -86,17 +86,18 @@ void queue_list_table::add(int modem_id, const model::dl_queues& set) {
         if (found == m_queues.end()) {
             found = m_queues.emplace(name, empty_status_groups()).first;
         }
-        const QString status = model::dl_queue_status_name(queue.status);
-        QJsonArray modems = found->second.value(status).toArray();
-        modems.append(modem_id);
-        found->second[status] = modems;
+        found->second[model::dl_queue_status_name(queue.status)].append(modem_id);
     }
 }
 
 QJsonObject queue_list_table::reply() const {
     QJsonObject dl;
     for (const auto& [name, groups] : m_queues) {
-        dl[name] = groups;
+        QJsonObject by_status;
+        for (const auto& [status, modems] : groups) {
+            by_status.insert(status, modems);
+        }
+        dl.insert(name, by_status);
     }
     return listing("dl", dl);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
 #include <map>
@@ -29,7 +30,8 @@ public:
     QJsonObject reply() const;
 
 private:
-    std::map<QString, QJsonObject> m_queues;
+    // Per queue name, per status name, the modem ids; each array grows in place.
+    std::map<QString, std::map<QString, QJsonArray>> m_queues;
 };
 
 }  // namespace dl_queue_output

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "commands/keyed_reply.h"
 #include "model/json.h"
 #include "model/queries.h"
 
@@ -31,12 +32,12 @@ QJsonArray consume_into_array(std::vector<T>& records) {
 
 template <class T>
 QJsonObject consume(model::per_modem<T>& records) {
-    QJsonObject reply;
+    keyed_reply reply;
     while (!records.empty()) {
         auto modem = records.extract(records.begin());
-        reply.insert(QString::number(modem.key()), consume_into_array(modem.mapped()));
+        reply.insert(modem.key(), consume_into_array(modem.mapped()));
     }
-    return reply;
+    return reply.take();
 }
 
 }  // namespace history_reply

@@ -2,10 +2,12 @@
 
 #include <QString>
 
+#include "commands/keyed_reply.h"
+
 QJsonObject modem_ok_reply(const QList<int>& modem_ids) {
-    QJsonObject reply;
+    keyed_reply reply;
     for (int id : modem_ids) {
-        reply.insert(QString::number(id), QStringLiteral("ok"));
+        reply.insert(id, QStringLiteral("ok"));
     }
-    return reply;
+    return reply.take();
 }

@@ -1,6 +1,8 @@
 #include "commands/query_readers.h"
 
 #include <QJsonArray>
+#include <QSet>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -8,6 +10,8 @@
 
 namespace query_readers {
 namespace {
+
+constexpr int max_named_bad_ids = 10;
 
 bool fits_int32(double number) {
     return std::isfinite(number) && std::trunc(number) == number &&
@@ -67,10 +71,43 @@ QList<int> modem_ids(const QJsonValue& ids, const command_context& context) {
         }
         return result;
     }
-    for (const QJsonValue& element : ids.toArray()) {
-        if (const auto id = modem_id_from_json(element, context)) {
-            result.append(*id);
+    const QJsonArray array = ids.toArray();
+    if (array.size() > max_listed_modems) {
+        handler_support::log_error(context, QString("\"modem_id\" lists %1 ids, only the first %2 are read")
+                                                .arg(array.size())
+                                                .arg(max_listed_modems));
+    }
+    const int read = std::min(array.size(), max_listed_modems);
+    QSet<int> seen;
+    seen.reserve(read);
+    int repeated = 0;
+    int bad = 0;
+    for (int i = 0; i < read; ++i) {
+        const QJsonValue element = array.at(i);
+        // The first few bad ids are named one by one, the rest only counted.
+        const bool valid = element.isDouble() && fits_int32(element.toDouble());
+        if (!valid && ++bad > max_named_bad_ids) {
+            continue;
         }
+        const auto id = modem_id_from_json(element, context);
+        if (!id) {
+            continue;
+        }
+        if (seen.contains(*id)) {
+            ++repeated;
+            continue;
+        }
+        seen.insert(*id);
+        result.append(*id);
+    }
+    if (bad > max_named_bad_ids) {
+        handler_support::log_error(
+            context, QString("\"modem_id\" has %1 more ids that are not 32-bit integers, dropped")
+                         .arg(bad - max_named_bad_ids));
+    }
+    if (repeated > 0) {
+        handler_support::log_error(
+            context, QString("\"modem_id\" lists %1 ids a second time, each modem taken once").arg(repeated));
     }
     return result;
 }

@@ -1,6 +1,7 @@
 #include "engine/ownership.h"
 
 #include <QRegExp>
+#include <QtGlobal>
 
 ownership::ownership(std::shared_ptr<interfaces::IDriver> driver,
                      std::shared_ptr<interfaces::IDeviceClientsDatabase> clients,
@@ -14,8 +15,9 @@ bool ownership::instance_matches(int modem_id, int instances, int position) {
     if (instances == 0) {
         return false;  // no instance can own anything; avoids a division by zero
     }
-    // C++ division truncates towards zero: a negative id gives a negative remainder.
-    return modem_id % instances == position;
+    // C++ division truncates towards zero: a negative id gives a negative remainder. In 64
+    // bits, so that the one quotient that overflows an int (INT_MIN / -1) is defined.
+    return qint64(modem_id) % qint64(instances) == position;
 }
 
 bool ownership::driver_accepts(const interfaces::IDriver& driver, const QString& protocol,

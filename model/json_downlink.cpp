@@ -49,6 +49,9 @@ dl_message dl_message_from_request(const QJsonObject& o) {
     m.api_key = o["api_key"].toString();
     m.user_id = o["user_id"].toString();
     m.dl_status = o["status"].toInt(PENDING);
+    // Only the numbers of dl_status may be stored: any other reads as the default.
+    if (m.dl_status < PENDING || m.dl_status > TIMEOUT)
+        m.dl_status = PENDING;
     m.data = o["data"].toObject();
     m.payload = from_hex(o["payload"]);
     return m;

@@ -5,7 +5,6 @@
 #include "databases/dummy/memory_query.h"
 
 using memory_query::expired;
-using memory_query::in_range;
 
 void memory_uplinks::save(const model::ul_message& message) {
     m_data.uplinks.push_back(message);
@@ -16,19 +15,17 @@ void memory_uplinks::get_roll(model::per_modem<model::ul_message>& out, const mo
     const auto time_of = [&query](const model::ul_message& m) {
         return query.time_detected ? m.time_detected : m.timestamp;
     };
+    const QSet<int> modems = memory_query::modem_set(query.modem_id);
+    const memory_query::time_range range(query.from, query.to);
     std::vector<const model::ul_message*> hits;
     for (const model::ul_message& message : m_data.uplinks) {
-        if (!expired(message.ttl, now) && query.modem_id.contains(message.modem_id) &&
-            in_range(time_of(message), query.from, query.to) &&
-            memory_query::selected(query.tag, message.tag)) {
+        if (!expired(message.ttl, now) && modems.contains(message.modem_id) &&
+            range.contains(time_of(message)) && memory_query::selected(query.tag, message.tag)) {
             hits.push_back(&message);
         }
     }
-    out = memory_query::by_modem(hits, time_of);
     const bool latest = query.fill == model::fill_latest;
-    for (auto& [modem, list] : out) {
-        memory_query::apply_limit(list, query.limit, latest);
-    }
+    out = memory_query::limited_copy(memory_query::by_modem(hits, time_of), query.limit, latest);
 }
 
 QList<int> memory_uplinks::modems() {
@@ -82,19 +79,17 @@ model::dl_message memory_downlinks::get(const QString& db_id) {
 model::per_modem<model::dl_message> memory_downlinks::select(const model::dl_query& query,
                                                              bool not_acked_only) const {
     const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QSet<int> modems = memory_query::modem_set(query.modem_id);
+    const memory_query::time_range range(query.from, query.to);
     std::vector<const model::dl_message*> hits;
     for (const model::dl_message& message : m_data.downlinks) {
-        if (!expired(message.ttl, now) && query.modem_id.contains(message.modem_id) &&
-            in_range(message.timestamp, query.from, query.to) &&
-            (!not_acked_only || message.dl_status < model::EXECUTED)) {
+        if (!expired(message.ttl, now) && modems.contains(message.modem_id) &&
+            range.contains(message.timestamp) && (!not_acked_only || message.dl_status < model::EXECUTED)) {
             hits.push_back(&message);
         }
     }
-    auto out = memory_query::by_modem(hits, [](const model::dl_message& m) { return m.timestamp; });
-    for (auto& [modem, list] : out) {
-        memory_query::apply_limit(list, query.limit);
-    }
-    return out;
+    const auto time_of = [](const model::dl_message& m) { return m.timestamp; };
+    return memory_query::limited_copy(memory_query::by_modem(hits, time_of), query.limit);
 }
 
 model::per_modem<model::dl_message> memory_downlinks::list(const model::dl_query& query) {

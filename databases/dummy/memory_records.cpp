@@ -3,19 +3,21 @@
 #include "databases/dummy/memory_query.h"
 
 using memory_query::expired;
-using memory_query::in_range;
 using memory_query::selected;
 
 namespace {
 
-template <class T, class KeyOf>
-void finish(model::per_modem<T>& out, const model::value_query& query, KeyOf series_of) {
-    for (auto& [modem, list] : out) {
-        if (query.first_and_last) {
-            list = memory_query::first_and_last(list, series_of);
+// first_and_last before the limit; only what the limits let through is copied.
+template <class T, class TimeOf, class KeyOf>
+model::per_modem<T> finish(const std::vector<const T*>& hits, const model::value_query& query, TimeOf time_of,
+                           KeyOf series_of) {
+    memory_query::selection<T> selected = memory_query::by_modem(hits, time_of);
+    if (query.first_and_last) {
+        for (auto& entry : selected) {
+            memory_query::keep_first_and_last(entry.second, series_of);
         }
-        memory_query::apply_limit(list, query.limit);
     }
+    return memory_query::limited_copy(selected, query.limit);
 }
 
 }  // namespace
@@ -40,28 +42,32 @@ void memory_records::save_events(const QList<model::dev_event>& events) {
 
 void memory_records::get_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {
     const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QSet<int> modems = memory_query::modem_set(query.modem_id);
+    const memory_query::time_range range(query.from, query.to);
     std::vector<const model::dev_value*> hits;
     for (const model::dev_value& value : m_data.values) {
-        if (!expired(value.ttl, now) && query.modem_id.contains(value.modem_id) &&
-            in_range(value.timestamp, query.from, query.to) && selected(query.tag, value.tag) &&
-            selected(query.obis_codes, value.obis_code)) {
+        if (!expired(value.ttl, now) && modems.contains(value.modem_id) && range.contains(value.timestamp) &&
+            selected(query.tag, value.tag) && selected(query.obis_codes, value.obis_code)) {
             hits.push_back(&value);
         }
     }
-    out = memory_query::by_modem(hits, [](const model::dev_value& v) { return v.timestamp; });
-    finish(out, query, [](const model::dev_value& v) { return v.obis_code; });
+    out = finish(
+        hits, query, [](const model::dev_value& v) { return v.timestamp; },
+        [](const model::dev_value& v) { return v.obis_code; });
 }
 
 void memory_records::get_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
     const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QSet<int> modems = memory_query::modem_set(query.modem_id);
+    const memory_query::time_range range(query.from, query.to);
     std::vector<const model::dev_event*> hits;
     for (const model::dev_event& event : m_data.events) {
-        if (!expired(event.ttl, now) && query.modem_id.contains(event.modem_id) &&
-            in_range(event.timestamp, query.from, query.to) &&
+        if (!expired(event.ttl, now) && modems.contains(event.modem_id) && range.contains(event.timestamp) &&
             selected(query.obis_codes, QString::number(event.event_code))) {
             hits.push_back(&event);
         }
     }
-    out = memory_query::by_modem(hits, [](const model::dev_event& e) { return e.timestamp; });
-    finish(out, query, [](const model::dev_event& e) { return QString::number(e.event_code); });
+    out = finish(
+        hits, query, [](const model::dev_event& e) { return e.timestamp; },
+        [](const model::dev_event& e) { return QString::number(e.event_code); });
 }

@@ -3,6 +3,8 @@
 #include <QJsonArray>
 #include <limits>
 
+#include "model/query_bounds.h"
+
 namespace sqlite_db {
 
 QVariant time_value(const QDateTime& t) {
@@ -57,11 +59,11 @@ void bind_in(QSqlQuery& query, const QString& name, const QStringList& items) {
 }
 
 qint64 range_from(const QDateTime& from) {
-    return from.isValid() ? from.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
+    return model::range_start_ms(from);
 }
 
 qint64 range_to(const QDateTime& to) {
-    return to.isValid() ? to.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
+    return model::range_end_ms(to);
 }
 
 int sql_limit(int limit) {

@@ -35,7 +35,8 @@ inline constexpr int max_listed_items = 32;
 QString in_filter(const QString& column, const QString& name, int count);
 void bind_in(QSqlQuery& query, const QString& name, const QStringList& items);
 
-// The bounds of an inclusive time range; an invalid bound leaves that side open.
+// The bounds of an inclusive time range in milliseconds, each whole-second bound taking
+// in its whole second; an invalid bound leaves that side open.
 qint64 range_from(const QDateTime& from);
 qint64 range_to(const QDateTime& to);
 

@@ -4,6 +4,7 @@
 #include "databases/sqlite/backend.h"
 #include "databases/sqlite/codec.h"
 #include "databases/sqlite/messages_db.h"
+#include "model/query_bounds.h"
 
 namespace sqlite_db {
 namespace {
@@ -98,18 +99,23 @@ model::per_modem<model::dl_message> downlink_store::select(const model::dl_query
                        " ORDER BY timestamp, id LIMIT :limit");
     const qint64 now = now_ms();
     model::per_modem<model::dl_message> out;
-    for (int modem : query.modem_id) {
+    model::record_budget budget(query.limit);
+    for (int modem : model::distinct_modems(query.modem_id)) {
+        if (budget.exhausted())
+            break;
         q.bindValue(":modem", modem);
         q.bindValue(":from", range_from(query.from));
         q.bindValue(":to", range_to(query.to));
         q.bindValue(":now", now);
         q.bindValue(":not_acked", not_acked);
         q.bindValue(":executed", int(model::EXECUTED));
-        q.bindValue(":limit", sql_limit(query.limit));
+        q.bindValue(":limit", budget.next());
         m_db.run(q);
-        while (q.next())
+        size_t count = 0;
+        for (; q.next(); ++count)
             out[modem].push_back(read_message(q));
         q.finish();
+        budget.spend(count);
     }
     return out;
 }

@@ -6,6 +6,7 @@
 #include "databases/sqlite/codec.h"
 #include "databases/sqlite/messages_db.h"
 #include "databases/sqlite/sqlite_config.h"
+#include "model/query_bounds.h"
 
 namespace sqlite_db {
 namespace {
@@ -53,12 +54,12 @@ void bind_lists(QSqlQuery& q, const model::value_query& query, bool with_tags) {
     bind_in(q, "obis", query.obis_codes);
 }
 
-void bind_common(QSqlQuery& q, int modem, const model::value_query& query, qint64 now) {
+void bind_common(QSqlQuery& q, int modem, const model::value_query& query, qint64 now, int limit) {
     q.bindValue(":modem", modem);
     q.bindValue(":from", range_from(query.from));
     q.bindValue(":to", range_to(query.to));
     q.bindValue(":now", now);
-    q.bindValue(":limit", sql_limit(query.limit));
+    q.bindValue(":limit", limit);
 }
 
 model::dev_value read_value(const QSqlQuery& q) {
@@ -145,26 +146,36 @@ void record_store::get_values(model::per_modem<model::dev_value>& out, const mod
     QSqlQuery& q =
         m_db.statement(value_query_sql(query.first_and_last, query.tag.size(), query.obis_codes.size()));
     const qint64 now = now_ms();
-    for (int modem : query.modem_id) {
-        bind_common(q, modem, query, now);
+    model::record_budget budget(query.limit);
+    for (int modem : model::distinct_modems(query.modem_id)) {
+        if (budget.exhausted())
+            break;
+        bind_common(q, modem, query, now, budget.next());
         bind_lists(q, query, true);
         m_db.run(q);
-        while (q.next())
+        size_t count = 0;
+        for (; q.next(); ++count)
             out[modem].push_back(read_value(q));
         q.finish();
+        budget.spend(count);
     }
 }
 
 void record_store::get_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
     QSqlQuery& q = m_db.statement(event_query_sql(query.first_and_last, query.obis_codes.size()));
     const qint64 now = now_ms();
-    for (int modem : query.modem_id) {
-        bind_common(q, modem, query, now);
+    model::record_budget budget(query.limit);
+    for (int modem : model::distinct_modems(query.modem_id)) {
+        if (budget.exhausted())
+            break;
+        bind_common(q, modem, query, now, budget.next());
         bind_lists(q, query, false);
         m_db.run(q);
-        while (q.next())
+        size_t count = 0;
+        for (; q.next(); ++count)
             out[modem].push_back(read_event(q));
         q.finish();
+        budget.spend(count);
     }
 }
 

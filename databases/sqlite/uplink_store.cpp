@@ -4,6 +4,7 @@
 #include "databases/sqlite/backend.h"
 #include "databases/sqlite/codec.h"
 #include "databases/sqlite/messages_db.h"
+#include "model/query_bounds.h"
 
 namespace sqlite_db {
 namespace {
@@ -91,19 +92,23 @@ void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const mode
     const bool latest = query.fill == model::fill_latest;
     QSqlQuery& q = m_db.statement(roll_query_sql(query.time_detected, query.tag.size(), latest));
     const qint64 now = now_ms();
-    for (int modem : query.modem_id) {
+    model::record_budget budget(query.limit);
+    for (int modem : model::distinct_modems(query.modem_id)) {
+        if (budget.exhausted())
+            break;
         q.bindValue(":modem", modem);
         q.bindValue(":from", range_from(query.from));
         q.bindValue(":to", range_to(query.to));
         q.bindValue(":now", now);
         bind_in(q, "tag", query.tag);
-        q.bindValue(":limit", sql_limit(query.limit));
+        q.bindValue(":limit", budget.next());
         m_db.run(q);
         std::vector<model::ul_message>& list = out[modem];
         const size_t first = list.size();
         while (q.next())
             list.push_back(read_message(q));
         q.finish();
+        budget.spend(list.size() - first);
         if (latest) {
             std::reverse(list.begin() + static_cast<std::ptrdiff_t>(first), list.end());
         }

@@ -5,6 +5,7 @@
 
 #include "decoder.h"
 #include "eav.h"
+#include "model/query_bounds.h"
 #include "quantities.h"
 #include "stored_message.h"
 
@@ -127,13 +128,6 @@ void MbusDriver::extract_roll(model::per_modem<model::ul_message>& out, const mo
     }
 }
 
-namespace {
-// A limit of 0 means no limit, as in the stores.
-bool has_room(size_t count, int limit) {
-    return limit <= 0 || count < static_cast<size_t>(limit);
-}
-}  // namespace
-
 model::per_modem<model::ul_message> MbusDriver::roll_for(const model::value_query& query) const {
     if (!m_messages) {
         throw std::runtime_error("mbus driver: no messages store to extract from");
@@ -150,13 +144,20 @@ model::per_modem<model::ul_message> MbusDriver::roll_for(const model::value_quer
     return stored;
 }
 
+// Records per modem and in all as the stores bound them (the limit, its default for 0 or
+// less, and the cap on the whole result).
 void MbusDriver::extract_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {
+    model::record_budget budget(query.limit);
     for (const auto& [modem, messages] : roll_for(query)) {
+        if (budget.exhausted()) {
+            break;
+        }
+        const size_t room = static_cast<size_t>(budget.next());
         std::vector<model::dev_value>& list = out[modem];
         for (const model::ul_message& m : messages) {
             for (const model::eav_record& r : explode(m)) {
                 const auto* v = std::get_if<model::dev_value>(&r);
-                if (v == nullptr || !has_room(list.size(), query.limit)) {
+                if (v == nullptr || list.size() >= room) {
                     continue;
                 }
                 if ((query.obis_codes.isEmpty() || query.obis_codes.contains(v->obis_code)) &&
@@ -165,11 +166,17 @@ void MbusDriver::extract_values(model::per_modem<model::dev_value>& out, const m
                 }
             }
         }
+        budget.spend(list.size());
     }
 }
 
 void MbusDriver::extract_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
+    model::record_budget budget(query.limit);
     for (const auto& [modem, messages] : roll_for(query)) {
+        if (budget.exhausted()) {
+            break;
+        }
+        const size_t room = static_cast<size_t>(budget.next());
         std::vector<model::dev_event>& list = out[modem];
         for (const model::ul_message& m : messages) {
             // Events have no tag of their own: they are selected by their message's tag.
@@ -179,10 +186,11 @@ void MbusDriver::extract_events(model::per_modem<model::dev_event>& out, const m
             }
             for (const model::eav_record& r : explode(m)) {
                 const auto* e = std::get_if<model::dev_event>(&r);
-                if (e != nullptr && has_room(list.size(), query.limit)) {
+                if (e != nullptr && list.size() < room) {
                     list.push_back(*e);
                 }
             }
         }
+        budget.spend(list.size());
     }
 }

@@ -5,6 +5,8 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <csignal>
+#include <utility>
+#include <vector>
 
 #include "test_support.h"
 
@@ -109,4 +111,37 @@ TEST(ProcessTest, StartUpFailureIsReportedWithExitStatusOne) {
     EXPECT_TRUE(error.contains("proto7")) << error.toStdString();
     EXPECT_TRUE(QString::fromUtf8(app_test::read_text(log_path))
                     .contains(" Error proto7_marl2_1from0: start-up failed"));
+}
+
+// A count below 1 or a position outside 0 .. count-1 ends start-up before anything is
+// connected, with the reason on stderr and in the log.
+TEST(ProcessTest, InstanceCountAndPositionOutOfRangeStopStartUp) {
+    const std::vector<std::pair<QStringList, QString>> cases = {
+        {{"-i", "-1"}, "instance count (-i) must be 1 or more, not -1"},
+        {{"-i", "0"}, "instance count (-i) must be 1 or more, not 0"},
+        {{"-i", "many"}, "instance count (-i) must be 1 or more, not 0"},
+        {{"-i", "3", "-n", "3"}, "instance position (-n) must be 0 to 2, not 3"},
+        {{"-i", "2", "-n", "-1"}, "instance position (-n) must be 0 to 1, not -1"},
+    };
+    for (const auto& [arguments, reason] : cases) {
+        QTemporaryDir dir;
+        ASSERT_TRUE(dir.isValid());
+        const QString ini = dir.filePath("quillon.ini");
+        const QString log_path = dir.filePath("quillon.log");
+        app_test::write_text(
+            ini, "[GENERAL_SETTINGS]\nLOG_FILE_PATH=" + log_path.toUtf8() + "\n" + plugin_settings());
+        QProcess process;
+        process.start(quillon, QStringList{"-c", ini} + arguments);
+        if (!process.waitForFinished(20000)) {
+            process.kill();
+            process.waitForFinished();
+            ADD_FAILURE() << arguments.join(' ').toStdString() << ": the service did not stop";
+            continue;
+        }
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit) << arguments.join(' ').toStdString();
+        EXPECT_EQ(process.exitCode(), 1) << arguments.join(' ').toStdString();
+        const QString error = QString::fromUtf8(process.readAllStandardError());
+        EXPECT_TRUE(error.contains("start-up failed: " + reason)) << error.toStdString();
+        EXPECT_TRUE(QString::fromUtf8(app_test::read_text(log_path)).contains("start-up failed: " + reason));
+    }
 }

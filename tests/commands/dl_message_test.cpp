@@ -61,6 +61,25 @@ TEST(SendDownlinkMessage, EachOwnModemIsSentInOrderUnderItsId) {
     EXPECT_NE(reply.value("1").toObject().value("bd_id"), reply.value("2").toObject().value("bd_id"));
 }
 
+TEST(SendDownlinkMessage, StatusOutsideZeroToThreeIsStoredAsPendingAndLogged) {
+    CommandFixture f;
+    QJsonObject body{{"modem_id", QJsonArray{1}}, {"data", QJsonObject{{"cmd", "open"}}}, {"status", 7}};
+    const QJsonObject reply = f.run("send_dl_msg", body);
+    ASSERT_EQ(f.engine->sent.size(), 1u);
+    EXPECT_EQ(f.engine->sent[0].dl_status, model::PENDING);
+    const QString db_id = reply.value("1").toObject().value("bd_id").toString();
+    EXPECT_EQ(f.messages->dl().get(db_id).dl_status, model::PENDING);
+    const QJsonObject status = f.run("status_dl_msg", QJsonObject{{"db_id", QJsonArray{db_id}}});
+    EXPECT_EQ(status.value(db_id).toObject().value("dl_status"), QJsonValue("PENDING"));
+    EXPECT_TRUE(f.log_text().contains("send_dl_msg: \"status\" 7 is not a dl status (0 to 3), PENDING taken"))
+        << f.log_text().toStdString();
+
+    body["status"] = 1;
+    f.run("send_dl_msg", body);
+    ASSERT_EQ(f.engine->sent.size(), 2u);
+    EXPECT_EQ(f.engine->sent[1].dl_status, model::WAIT_DATA);
+}
+
 TEST(SendDownlinkMessage, NoOwnModemGivesAnEmptyReply) {
     CommandFixture f;
     const QJsonObject data{{"cmd", 1}};

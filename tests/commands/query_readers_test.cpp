@@ -17,6 +17,27 @@ TEST(QueryReaders, ModemIdsKeepOnlyInt32Numbers) {
     EXPECT_TRUE(log.contains("modem id '3' is not"));
 }
 
+TEST(QueryReaders, ModemIdsListedTwiceAreTakenOnceWhereFirstListed) {
+    CommandFixture f;
+    EXPECT_EQ(modem_ids(QJsonArray{5, 3, 5, 5, -1, 3, 7}, *f.context), (QList<int>{5, 3, -1, 7}));
+    const QJsonObject body{{"modem_id", QJsonArray{3, 1, 3, 1}}};
+    EXPECT_EQ(read_roll_query(body, *f.context).modem_id, (QList<int>{3, 1}));
+    EXPECT_EQ(read_value_query(body, *f.context).modem_id, (QList<int>{3, 1}));
+    EXPECT_EQ(read_dl_query(body, *f.context).modem_id, (QList<int>{3, 1}));
+}
+
+TEST(QueryReaders, OnlyTheFirst300000ElementsOfAModemListAreRead) {
+    CommandFixture f;
+    QJsonArray ids;
+    for (int i = 1; i <= 300005; ++i) {
+        ids.append(i);
+    }
+    const QList<int> read = modem_ids(ids, *f.context);
+    ASSERT_EQ(read.size(), 300000);
+    EXPECT_EQ(read.last(), 300000);
+    EXPECT_TRUE(f.log_text().contains("\"modem_id\" lists 300005 ids, only the first 300000 are read"));
+}
+
 TEST(QueryReaders, ModemIdsThatAreNotAnArray) {
     CommandFixture f;
     EXPECT_TRUE(modem_ids(QJsonValue(5), *f.context).isEmpty());
@@ -35,7 +56,7 @@ TEST(QueryReaders, ModemKeysAreDecimalInt32) {
 
 TEST(QueryReaders, OwnedModemIdsDropForeignModemsAndKeepOrder) {
     CommandFixture f;
-    EXPECT_EQ(owned_modem_ids(QJsonArray{10, 9, 4, 1, 1}, *f.context), (QList<int>{10, 1, 1}));
+    EXPECT_EQ(owned_modem_ids(QJsonArray{10, 9, 4, 1, 1}, *f.context), (QList<int>{10, 1}));
     f.context->engine_config.settings.check_is_mine = false;
     EXPECT_EQ(owned_modem_ids(QJsonArray{9, 4}, *f.context), (QList<int>{9, 4}));
 }

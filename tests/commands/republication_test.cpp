@@ -134,3 +134,15 @@ TEST(RequestRoll, PublishesEachStoredMessageToEachClient) {
         EXPECT_TRUE(one.wrap);
     }
 }
+
+TEST(RequestRoll, AModemListedTwiceIsQueriedPublishedAndAnsweredOnce) {
+    fixture f;
+    f.own(8, {"a"});
+    f.own(9);
+    f.store_roll({roll(8, 100)});
+    const QJsonObject reply = RequestRoll(f.context).execute(command({{"modem_id", QJsonArray{8, 9, 8, 8}}}));
+    EXPECT_EQ(reply, (QJsonObject{{"8", "ok"}, {"9", "ok"}}));
+    ASSERT_EQ(f.messages->uplinks.queries.size(), 1u);
+    EXPECT_EQ(f.messages->uplinks.queries[0].modem_id, (QList<int>{8, 9}));
+    EXPECT_EQ(f.engine.publications.size(), 1u);
+}

@@ -78,6 +78,16 @@ TEST(DlMessageJson, RequestAndStoredFormsAreNotMirrorImages) {
     EXPECT_EQ(again.f_ack, 0);
 }
 
+// Only 0..3 may be stored: any other number reads as the default, like a mistyped one.
+TEST(DlMessageJson, RequestStatusOutsideTheEnumerationReadsAsPending) {
+    for (int status : {4, 7, -1, 2147483647}) {
+        EXPECT_EQ(model::dl_message_from_request({{"status", status}}).dl_status, model::PENDING) << status;
+    }
+    EXPECT_EQ(model::dl_message_from_request({{"status", 0}}).dl_status, model::PENDING);
+    EXPECT_EQ(model::dl_message_from_request({{"status", 2}}).dl_status, model::EXECUTED);
+    EXPECT_EQ(model::dl_message_from_request({{"status", 3.5}}).dl_status, model::PENDING);
+}
+
 TEST(DlMessageJson, RequestPayloadSkipsNonHexCharacters) {
     EXPECT_EQ(model::dl_message_from_request({{"payload", "0A0b xy"}}).payload, QByteArray("\x0a\x0b", 2));
     EXPECT_EQ(model::dl_message_from_request({{"payload", "ff-00-7E"}}).payload,
