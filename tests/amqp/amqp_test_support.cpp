@@ -74,7 +74,9 @@ bool publish_persistent(const QString& exchange_name, const QString& key, const 
 }
 
 qint64 broker_pid() {
-    QFile f("/tmp/quillon-test-broker/node.pid");
+    // The node's folder, as scripts/test-broker chooses it.
+    const QByteArray dir = qgetenv("QUILLON_TEST_BROKER_DIR");
+    QFile f((dir.isEmpty() ? QString("/tmp/quillon-test-broker") : QString::fromUtf8(dir)) + "/node.pid");
     if (!f.open(QIODevice::ReadOnly)) {
         return 0;
     }

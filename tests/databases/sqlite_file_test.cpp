@@ -384,7 +384,7 @@ TEST(SqliteFile, MaxPageCountFailsWritesAsAFullDiskAndKeepsWhatWasCommitted) {
 }
 
 TEST(SqliteFile, MaxPageCountZeroOrMistypedLeavesTheFileUnlimited) {
-    for (const QJsonValue limit : {QJsonValue(0), QJsonValue(-5), QJsonValue("10")}) {
+    for (const QJsonValue& limit : {QJsonValue(0), QJsonValue(-5), QJsonValue("10")}) {
         QTemporaryDir dir;
         QJsonObject config = config_for(dir.filePath("store.db"));
         config["max_page_count"] = limit;
