@@ -131,8 +131,12 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
         if (!stored) {
             m_outbox->drop();
             delivery.accepted = false;
+            // The handling's own failure (a full disk on an insert) says more than the
+            // commit's that followed it.
             delivery.failure =
-                failureLine("Std::exception: " + error, delivery.tag, delivery.message, nullptr);
+                handled.failure.isEmpty()
+                    ? failureLine("Std::exception: " + error, delivery.tag, delivery.message, nullptr)
+                    : handled.failure;
         } else {
             m_outbox->release();
             delivery.accepted = handled.result == outcome::acknowledge;

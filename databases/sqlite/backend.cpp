@@ -177,8 +177,7 @@ bool backend::end_item(bool keep) {
     // reports.
     QSqlQuery q(m_db);
     if ((!keep && !q.exec("ROLLBACK TO " + name)) || !q.exec("RELEASE " + name)) {
-        qWarning() << "SQLite store" << m_config.path
-                   << "batch lost its transaction:" << q.lastError().text();
+        m_broken_reason = q.lastError().text();
         m_batch_broken = true;
         m_item_depth = 0;
         return false;
@@ -197,8 +196,8 @@ void backend::commit_batch() {
     QSqlQuery q(m_db);
     if (!broken && q.exec("COMMIT"))
         return;
-    const QString error =
-        broken ? QString("the transaction was rolled back after an error") : q.lastError().text();
+    const QString error = broken ? "the transaction was rolled back after an error (" + m_broken_reason + ")"
+                                 : q.lastError().text();
     QSqlQuery rollback(m_db);
     rollback.exec("ROLLBACK");
     fail("batch commit failed", error);

@@ -78,6 +78,7 @@ private:
     int m_transaction_depth = 0;
     bool m_batch_open = false;
     bool m_batch_broken = false;  // SQLite rolled the batch's transaction back
+    QString m_broken_reason;      // what SQLite said when it was found out
     int m_item_depth = 0;
     QTimer m_purge_timer;
 };
