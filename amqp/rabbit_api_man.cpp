@@ -4,6 +4,7 @@
 #include <QMetaObject>
 #include <QTimer>
 #include <QUuid>
+#include <deque>
 #include <exception>
 #include <map>
 
@@ -78,7 +79,9 @@ struct rabbit_api_man::impl {
     }
     void timed_out(const QUuid& id);
     void handle_response(const api_message& message, uint64_t tag);
-    void handle_command(const api_message& message, uint64_t tag);
+    void handle_command(const api_message& message, uint64_t tag, bool redelivered);
+    // Counts the runs of a command; false when it has run twice already.
+    bool may_run(const api_message& message, bool redelivered);
 
     logger& log;
     rabbit_api_config cfg;
@@ -89,7 +92,16 @@ struct rabbit_api_man::impl {
     rabbit_publisher_impl* publisher = nullptr;
     handling_gate* gate = nullptr;
     unit_runner runner;
+    // Runs per command id, of the most recent commands: a command whose settlement was
+    // lost twice (each time with its connection) is not run a third time.
+    std::map<QUuid, int> runs;
+    std::deque<QUuid> run_order;
 };
+
+namespace {
+constexpr std::size_t remembered_commands = 10000;
+constexpr int most_runs = 2;
+}  // namespace
 
 rabbit_api_man::rabbit_api_man(logger& log, const rabbit_api_config& cfg, command_factory factory,
                                QObject* parent, int timeout_ms)
@@ -178,9 +190,15 @@ void rabbit_api_man::impl::timed_out(const QUuid& id) {
 }
 
 void rabbit_api_man::listen(QJsonObject json, uint64_t message_tag) {
+    // Read now: the receiver tells of the delivery it has just signalled.
+    serve(json, message_tag, m_impl->receiver->redelivered(message_tag));
+}
+
+void rabbit_api_man::serve(const QJsonObject& json, uint64_t message_tag, bool redelivered) {
     auto& d = *m_impl;
     if (d.gate && d.gate->busy()) {
-        d.gate->when_free(this, [this, json, message_tag] { listen(json, message_tag); });
+        d.gate->when_free(this,
+                          [this, json, message_tag, redelivered] { serve(json, message_tag, redelivered); });
         return;
     }
     handling_gate::entry in(d.gate);
@@ -189,7 +207,7 @@ void rabbit_api_man::listen(QJsonObject json, uint64_t message_tag) {
         if (message.msg_type == response_type) {
             d.handle_response(message, message_tag);
         } else {
-            d.handle_command(message, message_tag);
+            d.handle_command(message, message_tag, redelivered);
         }
     } catch (const std::exception& e) {
         log_line(d.log, Error) << "error while parse income message :" << e.what();
@@ -230,7 +248,36 @@ void rabbit_api_man::impl::handle_response(const api_message& message, uint64_t 
     receiver->ack_message(tag, false);
 }
 
-void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t tag) {
+bool rabbit_api_man::impl::may_run(const api_message& message, bool redelivered) {
+    if (message.cmd_id.isNull()) {
+        return true;
+    }
+    auto it = runs.find(message.cmd_id);
+    if (it == runs.end()) {
+        it = runs.emplace(message.cmd_id, 0).first;
+        run_order.push_back(message.cmd_id);
+        if (run_order.size() > remembered_commands) {
+            runs.erase(run_order.front());
+            run_order.pop_front();
+        }
+    }
+    if (redelivered && it->second >= most_runs) {
+        return false;
+    }
+    ++it->second;
+    return true;
+}
+
+void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t tag, bool redelivered) {
+    if (!may_run(message, redelivered)) {
+        // Twice its connection was lost before it could be settled (a poison command that
+        // outlasts the link): a third run would only do the same.
+        log_line(log, Error) << "command " << message.msg_type << " " << message.cmd_id.toString()
+                             << " delivered again after " << QString::number(most_runs)
+                             << " runs that could not be settled; rejected without running it again";
+        receiver->reject_message(tag);
+        return;
+    }
     const std::shared_ptr<ICommandHandler> handler = factory(message.msg_type);
     if (!handler) {
         throw std::runtime_error((message.msg_type + " has no handler").toStdString());

@@ -51,6 +51,8 @@ public Q_SLOTS:
     virtual void send_cmd_forward(QString type, QJsonObject data, QString routeKey);
 
 private:
+    void serve(const QJsonObject& json, uint64_t message_tag, bool redelivered);
+
     struct impl;
     std::unique_ptr<impl> m_impl;
 };

@@ -166,6 +166,11 @@ int rabbit_receiver::prefetch() const {
     return m_impl->prefetch;
 }
 
+bool rabbit_receiver::redelivered(uint64_t delivery_tag) const {
+    const amqp::message& last = m_impl->last_message;
+    return last.delivery_tag == delivery_tag && last.redelivered;
+}
+
 void rabbit_receiver::flush_settlements() {
     m_impl->client->flush_writes();
 }

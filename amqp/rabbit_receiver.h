@@ -31,6 +31,9 @@ public:
 
     // The prefetch window: how many deliveries may be unsettled at once.
     int prefetch() const;
+    // Whether the delivery with this tag, the last one signalled, came again after its
+    // first delivery could not be settled (a connection lost before the acknowledgement).
+    bool redelivered(uint64_t delivery_tag) const;
     // Sends acknowledgements and rejections made so far now, instead of when control
     // returns to the event loop.
     void flush_settlements();

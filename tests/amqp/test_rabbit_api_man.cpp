@@ -31,12 +31,31 @@ private:
     int& m_runs;
 };
 
+// Runs, then has the broker close every connection before the command can be settled,
+// as a handler that outlasts its link would.
+class unsettled_handler : public ICommandHandler {
+public:
+    explicit unsettled_handler(int& runs) : m_runs(runs) {}
+    QJsonObject execute(const api_message&) override {
+        ++m_runs;
+        broker_script({"ctl", "close_all_connections", "-p", "/api", "test"});
+        return QJsonObject{{"ran", m_runs}};
+    }
+
+private:
+    int& m_runs;
+};
+
 struct fake_factory {
     int runs = 0;
+    int unsettled_runs = 0;
     command_factory make() {
         return [this](const QString& name) -> std::shared_ptr<ICommandHandler> {
             if (name == "echo") {
                 return std::make_shared<echo_handler>(runs);
+            }
+            if (name == "unsettled") {
+                return std::make_shared<unsettled_handler>(unsettled_runs);
             }
             if (name == "boom") {
                 throw std::runtime_error("handler failed");
@@ -126,6 +145,32 @@ TEST(rabbit_api_man, serves_commands_through_the_factory) {
     EXPECT_EQ(log.count("Error test: error while parse income message :handler failed"), 1);
     spin(500);
     EXPECT_EQ(client.got.size(), 2u);
+}
+
+// A command that costs its connection each time it runs would otherwise come back and run
+// for ever: after two runs whose settlement was lost it is rejected without running.
+TEST(rabbit_api_man, a_command_whose_settlement_is_lost_twice_is_not_run_a_third_time) {
+    test_log log;
+    fake_factory factory;
+    const QString service_key = unique("cmd.in.poison");
+    rabbit_api_man service(log.get(), api_cfg(service_key), factory.make());
+    peer client(log.get(), unique("cmd.in.client"));
+    ASSERT_TRUE(wait_for([&] { return ready(log, 2) && client.publisher.is_connected(); }));
+
+    const QString id = QUuid::createUuid().toString();
+    client.send({{"msg_type", "unsettled"}, {"sender", ""}, {"cmd_id", id}, {"data", QJsonObject{}}},
+                service_key);
+    ASSERT_TRUE(wait_for([&] { return log.count("rejected without running it again") == 1; }, 60000));
+    EXPECT_EQ(factory.unsettled_runs, 2);
+    EXPECT_TRUE(log.text().contains("command unsettled " + id + " delivered again after 2 runs"));
+
+    // Other commands are served as usual, also with their ids seen once.
+    ASSERT_TRUE(wait_for([&] { return ready(log, 6) && client.publisher.is_connected(); }, 30000));
+    client.send({{"msg_type", "echo"}, {"sender", client.key}, {"cmd_id", id + "x"}, {"data", QJsonObject{}}},
+                service_key);
+    ASSERT_TRUE(wait_for([&] { return client.got.size() == 1; }, 30000));
+    spin(1000);
+    EXPECT_EQ(factory.unsettled_runs, 2);
 }
 
 TEST(rabbit_api_man, matches_responses_to_pending_commands) {
