@@ -175,3 +175,51 @@ TEST(amqp_links, long_work_on_the_event_loop_costs_no_link) {
     EXPECT_EQ(publisher.transport().generation(), 1u);
     EXPECT_EQ(log.count("Disconnected"), 0);
 }
+
+// A legal password may hold a raw "%" and a blank: the link comes up with it, and no log
+// line ever shows it.
+TEST(amqp_links, a_password_with_a_raw_percent_and_blank_logs_in_and_is_never_logged) {
+    test_log log;
+    const QString user = unique("pct");
+    const QString password = "50% off";
+    ASSERT_TRUE(broker_script({"ctl", "add_user", user, password}));
+    ASSERT_TRUE(broker_script({"ctl", "set_permissions", "-p", "/api", user, ".*", ".*", ".*"}));
+    {
+        rabbit_receiver_cfg cfg = receiver_cfg(unique("rx.pct"), {unique("pct")});
+        cfg.url = broker_url().replace("guest:guest@", user + ":" + password + "@");
+        rabbit_receiver receiver(log.get(), cfg, nullptr, true, false);
+        EXPECT_TRUE(wait_for([&] { return log.count("Rabbit_man_ul: Queue bound") == 1; }))
+            << log.text().toStdString();
+    }
+    broker_script({"ctl", "delete_user", user});
+    EXPECT_FALSE(log.text().contains(password));
+    EXPECT_FALSE(log.text().contains("50%25"));
+    EXPECT_TRUE(log.text().contains(user + ":****@"));
+}
+
+// A queue that exists with other properties is refused on every attempt: the operator is
+// told once with what to change, and the link comes up once the queue is fixed.
+TEST(amqp_links, a_refused_declare_is_told_once_and_retried_until_the_queue_is_fixed) {
+    test_log log;
+    const QString queue = unique("rx.refused.declare");
+    amqp::connection admin(log.get());
+    admin.set_virtual_host("/api");
+    admin.connect_to_host(broker_url());
+    ASSERT_TRUE(wait_for([&] { return admin.is_connected(); }));
+    const uint16_t channel = admin.open_channel();
+    ASSERT_NE(channel, 0);
+    // Not durable, where the receiver declares it durable.
+    ASSERT_TRUE(admin.declare_queue(channel, queue, 0, {}));
+
+    rabbit_receiver receiver(log.get(), receiver_cfg(queue, {unique("declare")}), nullptr, true, false);
+    const QString refusal = "queue.declare of " + queue + " refused by the broker: 406";
+    ASSERT_TRUE(wait_for([&] { return log.count(refusal) == 1; }));
+    EXPECT_TRUE(log.text().contains("the queue exists with other properties or arguments"));
+    spin(4000);  // the second attempt, after 3 s, is refused without a new line
+    EXPECT_EQ(log.count(refusal), 1);
+
+    ASSERT_TRUE(broker_script({"ctl", "delete_queue", "-p", "/api", queue}));
+    EXPECT_TRUE(wait_for([&] { return log.count("Rabbit_man_ul: Queue bound") == 1; }, 20000))
+        << log.text().toStdString();
+    EXPECT_EQ(log.count(refusal), 1);
+}
