@@ -90,6 +90,7 @@ private:
     // Delivery flow (settlement.cpp).
     void handleDelivery(delivery_batch::delivery delivery);
     void commitAndSettle();
+    void abandonBurst(delivery_batch::delivery delivery);
     void handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why);
     void settle(const delivery_batch::delivery& delivery);
     unit beginUnit();

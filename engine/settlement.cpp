@@ -32,14 +32,19 @@ bool Engiene::endUnit(const unit& u, bool keep) {
 }
 
 void Engiene::handleDelivery(delivery_batch::delivery delivery) {
+    const bool joins_burst = m_batch.is_open();
     unit u;
     try {
         u = beginUnit();
     } catch (const std::exception& e) {
+        if (joins_burst) {
+            // The open burst's transaction cannot take another unit: it is not to be trusted.
+            abandonBurst(std::move(delivery));
+            return;
+        }
         // The store cannot even begin (its lock is held elsewhere, the file is gone).
         delivery.failure =
             failureLine(QString("Std::exception: ") + e.what(), delivery.tag, delivery.message, nullptr);
-        m_outbox->drop();
         settle(delivery);
         return;
     }
@@ -47,12 +52,7 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
     delivery.accepted = handled.result == outcome::acknowledge;
     delivery.failure = handled.failure;
     if (!endUnit(u, handled.result != outcome::reject_and_undo)) {
-        // Nothing of the burst is stored any more: every delivery of it is handled again.
-        m_batch.defer(std::move(delivery));
-        QString error;
-        m_batch.commit(&error);
-        m_outbox->drop();
-        handleEachAlone(m_batch.take_deferred(), error);
+        abandonBurst(std::move(delivery));
         return;
     }
     if (!m_batch.is_open()) {
@@ -70,6 +70,27 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
     } else if (!m_flush_timer.isActive()) {
         m_flush_timer.start();
     }
+}
+
+// The open burst's transaction failed while `delivery` was being handled: every
+// delivery of it that the commit does not store, this one included, is handled again on
+// its own.
+void Engiene::abandonBurst(delivery_batch::delivery delivery) {
+    QString error;
+    if (m_batch.commit(&error)) {
+        // The earlier units were intact after all (only a new one could not be opened).
+        const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
+        m_outbox->release();
+        for (const auto& settled : earlier) {
+            settle(settled);
+        }
+        handleEachAlone({std::move(delivery)}, "the store could not open a unit for it");
+        return;
+    }
+    m_outbox->drop();
+    std::vector<delivery_batch::delivery> all = m_batch.take_deferred();
+    all.push_back(std::move(delivery));
+    handleEachAlone(std::move(all), error);
 }
 
 void Engiene::flushDeliveries() {
