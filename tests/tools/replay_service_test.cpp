@@ -162,7 +162,7 @@ TEST_F(Replay, RejectedUplinksAreDeadLetteredIntactAndReplayMovesThemBackUnderTh
 
     const tool_result one = replay({"--count", "1"});
     ASSERT_EQ(one.status, 0) << one.err.toStdString() << one.out.toStdString();
-    EXPECT_EQ(one.out.count("moved: "), 2) << one.out.toStdString();  // the line and the summary
+    EXPECT_EQ(one.out.count("moved: "), 1) << one.out.toStdString();
     EXPECT_TRUE(one.out.contains("replay: moved 1 of 2 message(s) from " + m_dlq + " to exchange norvik.api"))
         << one.out.toStdString();
     ASSERT_TRUE(back.wait_for(1));
