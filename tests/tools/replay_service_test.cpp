@@ -208,6 +208,16 @@ TEST_F(Replay, UsesTheKeyFromXDeathWhenTheDeadLetterKeyReplacedItAndLeavesMessag
     e2e::probe back({uplink_key("*"), "dead"});
     ASSERT_TRUE(back.wait_ready());
 
+    // An exchange where no queue takes the key: the broker returns it, it stays.
+    const tool_result nowhere = replay({"--exchange", "amq.direct"});
+    EXPECT_EQ(nowhere.status, 2) << nowhere.err.toStdString() << nowhere.out.toStdString();
+    EXPECT_TRUE(nowhere.out.contains("left in queue: " + key + " (no queue is bound to it on amq.direct)"))
+        << nowhere.out.toStdString();
+    EXPECT_TRUE(nowhere.out.contains("moved 0 of 2 message(s) from " + m_dlq +
+                                     " to exchange amq.direct, 2 left in the queue"))
+        << nowhere.out.toStdString();
+    EXPECT_TRUE(queue_holds(m_dlq, 2));
+
     const tool_result r = replay({});
     EXPECT_EQ(r.status, 2) << r.err.toStdString() << r.out.toStdString();
     EXPECT_TRUE(r.out.contains("moved: " + key + "  ")) << r.out.toStdString();
