@@ -4,6 +4,7 @@
 #include <amqp_framing.h>
 
 #include "amqp/amqp_connection.h"
+#include "amqp/amqp_fields.h"
 
 namespace amqp {
 
@@ -34,6 +35,9 @@ void connection::handle_frame(const amqp_frame_t& frame) {
             if (props && (props->_flags & AMQP_BASIC_CONTENT_TYPE_FLAG)) {
                 it->msg.content_type = QString::fromUtf8(static_cast<const char*>(props->content_type.bytes),
                                                          int(props->content_type.len));
+            }
+            if (props && (props->_flags & AMQP_BASIC_HEADERS_FLAG)) {
+                it->msg.headers = read_table(props->headers);
             }
             it->msg.payload.reserve(int(it->body_size));
             if (it->body_size == 0) {

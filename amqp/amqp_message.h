@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QVariantHash>
 #include <cstdint>
 
 namespace amqp {
@@ -15,6 +16,9 @@ struct message {
     QString routing_key;
     QString consumer_tag;
     QString content_type;
+    // The headers table; nested tables are QVariantMap, arrays QVariantList (see
+    // amqp_fields.h). A dead-lettered message has its history under "x-death".
+    QVariantHash headers;
     QByteArray payload;
 };
 

@@ -82,12 +82,16 @@ void service_process::write_ini() {
     }
 }
 
-bool service_process::start(int instances, int position) {
+bool service_process::launch(int instances, int position) {
     write_ini();
     m_process.start(QUILLON_BIN_DIR "/quillon",
                     {"-c", m_dir.filePath("quillon.ini"), "-i", QString::number(instances), "-n",
                      QString::number(position)});
-    if (!m_process.waitForStarted(10000)) {
+    return m_process.waitForStarted(10000);
+}
+
+bool service_process::start(int instances, int position) {
+    if (!launch(instances, position)) {
         return false;
     }
     // Both receivers (uplinks and commands) report when their last binding is confirmed.

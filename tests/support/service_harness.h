@@ -44,6 +44,8 @@ public:
 
     // Starts and waits until both of the service's queues are bound.
     bool start(int instances = 1, int position = 0);
+    // Starts without waiting for the broker (a service the broker refuses never binds).
+    bool launch(int instances = 1, int position = 0);
     // SIGTERM and wait; returns the exit code (-1 when it did not end).
     int stop();
     bool wait_for_exit(int timeout_ms = 15000);

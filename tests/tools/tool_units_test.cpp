@@ -4,6 +4,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "tools/cli/dead_letter.h"
 #include "tools/cli/json_printer.h"
 #include "tools/cli/request_body.h"
 #include "tools/cli/tool_support.h"
@@ -39,6 +40,39 @@ TEST(RequestBody, AssignmentsReadJsonValuesAndKeepOtherTextsAsStrings) {
     EXPECT_EQ(cli::parse_assignment("empty="), (QJsonObject{{"empty", ""}}));
     EXPECT_EQ(cli::parse_assignment("eq=a=b"), (QJsonObject{{"eq", "a=b"}}));
     EXPECT_THROW(cli::parse_assignment("=1"), tool::usage_error);
+}
+
+// x-death as the broker writes it: newest death first, each with the keys it had then.
+TEST(DeadLetter, TheOriginalRouteIsTheFirstDeathsExchangeAndFirstKey) {
+    const QVariantMap newest{{"exchange", "norvik.api"},
+                             {"routing-keys", QVariantList{"nc.0.ul.marl2.proto7.77", "cc.key"}},
+                             {"queue", "ul_proto7_marl2_0from1"},
+                             {"reason", "rejected"},
+                             {"count", qlonglong(2)}};
+    const QVariantMap older{{"exchange", "elsewhere"}, {"routing-keys", QVariantList{"old.key"}}};
+    const auto origin = cli::original_route({{"x-death", QVariantList{newest, older}}, {"other", 1}});
+    ASSERT_TRUE(origin.found) << origin.why_not.toStdString();
+    EXPECT_EQ(origin.routing_key, "nc.0.ul.marl2.proto7.77");
+    EXPECT_EQ(origin.exchange, "norvik.api");
+
+    // A key sent as a byte array (AMQP 'x') is taken as text too.
+    const QVariantMap bytes{{"routing-keys", QVariantList{QByteArray("a.b")}}};
+    EXPECT_EQ(cli::original_route({{"x-death", QVariantList{bytes}}}).routing_key, "a.b");
+}
+
+TEST(DeadLetter, HeadersThatDoNotNameTheKeyAreReportedNotGuessed) {
+    const auto none = cli::original_route({});
+    EXPECT_FALSE(none.found);
+    EXPECT_EQ(none.why_not, "no x-death header");
+    EXPECT_FALSE(cli::original_route({{"x-death", "text"}}).found);
+    EXPECT_FALSE(cli::original_route({{"x-death", QVariantList{}}}).found);
+    EXPECT_FALSE(cli::original_route({{"x-death", QVariantList{QVariant(5)}}}).found);
+    const QVariantMap no_keys{{"exchange", "norvik.api"}, {"routing-keys", QVariantList{}}};
+    const auto empty = cli::original_route({{"x-death", QVariantList{no_keys}}});
+    EXPECT_FALSE(empty.found);
+    EXPECT_EQ(empty.why_not, "the first x-death entry has no routing-keys");
+    const QVariantMap number_key{{"routing-keys", QVariantList{42}}};
+    EXPECT_FALSE(cli::original_route({{"x-death", QVariantList{number_key}}}).found);
 }
 
 TEST(JsonPrinter, IndentsLikeQtAndColoursOnlyWhenAsked) {

@@ -26,8 +26,13 @@ const char* const description =
     "  quillon-cli send dl_queue '{\"77\": {\"action\": \"get\"}}'\n"
     "  echo '{\"modem_id\": [77]}' | quillon-cli device --body -\n"
     "\n"
+    "  quillon-cli replay --queue NAME [--count N] [--dry-run] [--exchange NAME]\n"
+    "moves dead-lettered uplinks from queue NAME back to the uplink exchange (from\n"
+    "AMQP_UL_SETTINGS) under the routing keys they first had (their x-death header).\n"
+    "\n"
     "Exit status: 0 response printed, 1 bad command line or broker not reachable,\n"
-    "2 no response in time (the service rejects unknown commands and bad requests silently).";
+    "2 no response in time (the service rejects unknown commands and bad requests silently).\n"
+    "replay: 0 all moved, 1 bad command line or broker failure, 2 some left in the queue.";
 
 struct option_set {
     QCommandLineOption help{{"h", "help"}, "Shows this help with the list of commands."};
@@ -35,7 +40,9 @@ struct option_set {
         {"c", "config"}, "The service's configuration file (default ./quillon.ini).", "FILE"};
     QCommandLineOption url{"url", "Broker URL (default: R_LOGIN of AMQP_API_SETTINGS).", "URL"};
     QCommandLineOption vhost{"vhost", "Virtual host (default: R_VHOST).", "VHOST"};
-    QCommandLineOption exchange{"exchange", "Command exchange (default: R_EXCHANGE_CMD).", "NAME"};
+    QCommandLineOption exchange{
+        "exchange",
+        "Command exchange (default: R_EXCHANGE_CMD); for replay the target (the uplink exchange).", "NAME"};
     QCommandLineOption key{"key", "Routing key of the service's commands (default: first key of R_BINDINGS).",
                            "KEY"};
     QCommandLineOption timeout{"timeout", "Seconds to wait for the response (default 10).", "SECONDS", "10"};
@@ -56,10 +63,14 @@ struct option_set {
     QCommandLineOption plain{"plain", "No colours even on a terminal."};
     QCommandLineOption envelope{"envelope", "Prints the whole response envelope instead of its \"data\"."};
     QCommandLineOption verbose{{"v", "verbose"}, "Shows the envelope sent and the broker connection's log."};
+    QCommandLineOption queue{"queue", "replay: the queue to take the messages from (required).", "NAME"};
+    QCommandLineOption count{"count", "replay: at most N messages (default: all there at the start).", "N"};
+    QCommandLineOption dry_run{"dry-run", "replay: lists what would be moved and moves nothing."};
 
     QList<QCommandLineOption> all() const {
-        return {help,  config, url,  vhost, exchange, key,  timeout,   connect_timeout, modem,    from,   to,
-                limit, tag,    obis, step,  set,      body, body_file, plain,           envelope, verbose};
+        return {help,  config,    url,   vhost,    exchange, key,   timeout, connect_timeout,
+                modem, from,      to,    limit,    tag,      obis,  step,    set,
+                body,  body_file, plain, envelope, verbose,  queue, count,   dry_run};
     }
 };
 
@@ -145,6 +156,49 @@ void resolve_target(const QCommandLineParser& parser, const option_set& o, invoc
     }
 }
 
+// replay talks to the uplink side: AMQP_UL_SETTINGS and the exchange its queue is bound to.
+void resolve_replay_target(const QCommandLineParser& parser, const option_set& o, invocation& run) {
+    const bool given = parser.isSet(o.config);
+    const auto settings = tool::open_configuration(given ? parser.value(o.config) : "quillon.ini", given);
+    const PMConfig pm = load_pm_config(*settings);
+    const EngineConfig engine = make_engine_config(load_general_settings(*settings), 0, 1, 0);
+    const rabbit_receiver_cfg uplinks = load_receiver_config(*settings, pm, engine);
+    run.url = parser.isSet(o.url) ? parser.value(o.url) : uplinks.url;
+    run.vhost = parser.isSet(o.vhost) ? parser.value(o.vhost) : uplinks.vhost;
+    run.heartbeat_s = uplinks.heartbeat;
+    run.ca_cert = uplinks.ca_cert;
+    if (parser.isSet(o.exchange)) {
+        run.exchange = parser.value(o.exchange);
+    } else if (!uplinks.bindings.isEmpty()) {
+        run.exchange = uplinks.bindings.first().first;
+    } else {
+        fail("the configuration gives no uplink exchange; give --exchange");
+    }
+}
+
+void read_replay(const QCommandLineParser& parser, const option_set& o, const QStringList& rest,
+                 invocation& run) {
+    if (rest.size() > 1) {
+        fail(QString("unexpected argument '%1' after replay").arg(rest.at(1)));
+    }
+    for (const QCommandLineOption* body_option : {&o.body, &o.body_file, &o.modem, &o.set, &o.key}) {
+        if (parser.isSet(*body_option)) {
+            fail(QString("--%1 has no meaning for replay").arg(body_option->names().last()));
+        }
+    }
+    run.replay = true;
+    run.command = rest.first();
+    run.queue = parser.value(o.queue);
+    if (run.queue.isEmpty()) {
+        fail("replay needs --queue NAME (the dead-letter queue)");
+    }
+    if (parser.isSet(o.count)) {
+        run.count = tool::positive_integer(parser.value(o.count), "count");
+    }
+    run.dry_run = parser.isSet(o.dry_run);
+    resolve_replay_target(parser, o, run);
+}
+
 }  // namespace
 
 invocation read_invocation(const QStringList& arguments) {
@@ -176,14 +230,21 @@ invocation read_invocation(const QStringList& arguments) {
     if (rest.size() > 2) {
         fail(QString("unexpected argument '%1'; quote the body as one argument").arg(rest.at(2)));
     }
+    run.timeout_s = tool::positive_integer(parser.value(o.timeout), "timeout");
+    run.connect_timeout_s = tool::positive_integer(parser.value(o.connect_timeout), "connect-timeout");
+    run.verbose = parser.isSet(o.verbose);
+    if (rest.first() == "replay") {
+        read_replay(parser, o, rest, run);
+        return run;
+    }
+    if (parser.isSet(o.queue) || parser.isSet(o.count) || parser.isSet(o.dry_run)) {
+        fail("--queue, --count and --dry-run belong to replay");
+    }
     run.command = rest.first();
     run.body = explicit_body(parser, o, rest);
     add_option_keys(parser, o, run.body);
-    run.timeout_s = tool::positive_integer(parser.value(o.timeout), "timeout");
-    run.connect_timeout_s = tool::positive_integer(parser.value(o.connect_timeout), "connect-timeout");
     run.plain = parser.isSet(o.plain);
     run.envelope = parser.isSet(o.envelope);
-    run.verbose = parser.isSet(o.verbose);
     resolve_target(parser, o, run);
     return run;
 }

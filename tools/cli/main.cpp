@@ -1,5 +1,5 @@
 // quillon-cli: sends one API command to a running service over the broker and prints
-// the "data" of its response.
+// the "data" of its response; `replay` moves dead-lettered uplinks back.
 #include <unistd.h>
 #include <QCoreApplication>
 #include <QJsonDocument>
@@ -12,6 +12,7 @@
 #include "tools/cli/command_table.h"
 #include "tools/cli/exchange_link.h"
 #include "tools/cli/json_printer.h"
+#include "tools/cli/replay_run.h"
 #include "tools/cli/tool_support.h"
 
 namespace {
@@ -80,6 +81,10 @@ int main(int argc, char* argv[]) {
             return answered;
         }
         tool::install_message_filter(run.verbose);
+        if (run.replay) {
+            QTextStream out(stdout);
+            return cli::run_replay(run, out, err());
+        }
         return call(run);
     } catch (const tool::usage_error& e) {
         return report(QString::fromUtf8(e.what()), failed);
