@@ -4,8 +4,11 @@
 #include <amqp_framing.h>
 #include <amqp_ssl_socket.h>
 #include <amqp_tcp_socket.h>
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -36,6 +39,50 @@ QString text_of(const amqp_bytes_t& bytes) {
 }
 
 // Carries out the plan on one library connection, remembering the first failure.
+bool is_address(const QString& host) {
+    const QByteArray text = host.toUtf8();
+    unsigned char buffer[sizeof(in6_addr)];
+    return inet_pton(AF_INET, text.constData(), buffer) == 1 ||
+           inet_pton(AF_INET6, text.constData(), buffer) == 1;
+}
+
+// What the library's word for a failed TLS connection means for the operator.
+QString tls_hint(int status, const link_settings& settings) {
+    const QString where = settings.url.host + ":" + QString::number(settings.url.port);
+    switch (status) {
+        case AMQP_STATUS_SSL_PEER_VERIFY_FAILED:
+            return " (the certificate of " + where + " is not signed by the CA in " + settings.ca_cert_file +
+                   (!is_address(settings.url.host) ? QString(")") : ", or not issued for that address)");
+        case AMQP_STATUS_SSL_HOSTNAME_VERIFY_FAILED:
+            return " (the certificate of " + where + " is not issued for the name " + settings.url.host +
+                   ": use the name it is issued for)";
+        case AMQP_STATUS_SSL_CONNECTION_FAILED:
+        case AMQP_STATUS_SSL_ERROR:
+            return " (no TLS from " + where + ": is it the broker's TLS port?)";
+        case AMQP_STATUS_TIMEOUT:
+            return " (no TLS handshake from " + where + " in time: is it the broker's TLS port?)";
+        default:
+            return QString();
+    }
+}
+
+// Verification against the CA file, of the certificate's name or, for an address, of its
+// IP address entries (the library compares names only).
+bool set_up_verification(amqp_socket_t* socket, const link_settings& settings) {
+    const QByteArray host = settings.url.host.toUtf8();
+    const bool address = is_address(settings.url.host);
+    amqp_ssl_socket_set_verify_peer(socket, 1);
+    amqp_ssl_socket_set_verify_hostname(socket, address ? 0 : 1);
+    if (address) {
+        auto* context = static_cast<SSL_CTX*>(amqp_ssl_socket_get_context(socket));
+        if (!context || X509_VERIFY_PARAM_set1_ip_asc(SSL_CTX_get0_param(context), host.constData()) != 1) {
+            return false;
+        }
+    }
+    return amqp_ssl_socket_set_cacert(socket, settings.ca_cert_file.toLocal8Bit().constData()) ==
+           AMQP_STATUS_OK;
+}
+
 class link_builder {
 public:
     link_builder(const link_settings& settings, link_result& result)
@@ -75,14 +122,12 @@ bool link_builder::open() {
     amqp_socket_t* socket = nullptr;
     if (m_settings.url.tls) {
         socket = amqp_ssl_socket_new(m_state);
-        if (socket) {
-            const bool verify = !m_settings.ca_cert_file.isEmpty();
-            amqp_ssl_socket_set_verify_peer(socket, verify ? 1 : 0);
-            amqp_ssl_socket_set_verify_hostname(socket, verify ? 1 : 0);
-            if (verify && amqp_ssl_socket_set_cacert(
-                              socket, m_settings.ca_cert_file.toLocal8Bit().constData()) != AMQP_STATUS_OK) {
-                return fail("cannot read the CA file " + m_settings.ca_cert_file);
-            }
+        if (socket && m_settings.ca_cert_file.isEmpty()) {
+            // Encrypted, but any certificate is accepted.
+            amqp_ssl_socket_set_verify_peer(socket, 0);
+            amqp_ssl_socket_set_verify_hostname(socket, 0);
+        } else if (socket && !set_up_verification(socket, m_settings)) {
+            return fail("cannot read the CA file " + m_settings.ca_cert_file);
         }
     } else {
         socket = amqp_tcp_socket_new(m_state);
@@ -94,7 +139,8 @@ bool link_builder::open() {
     const int opened = amqp_socket_open_noblock(socket, m_settings.url.host.toUtf8().constData(),
                                                 m_settings.url.port, &connect_tv);
     if (opened != AMQP_STATUS_OK) {
-        return fail(QString::fromUtf8(amqp_error_string2(opened)));
+        return fail(QString::fromUtf8(amqp_error_string2(opened)) +
+                    (m_settings.url.tls ? tls_hint(opened, m_settings) : QString()));
     }
     const timeval handshake_tv = to_timeval(m_settings.rpc_timeout_ms);
     amqp_set_handshake_timeout(m_state, &handshake_tv);
