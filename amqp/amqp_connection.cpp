@@ -152,6 +152,11 @@ void connection::connect_to_host(const QString& url) {
         m_wanted = false;
         return;
     }
+    if (m_url.tls && m_ca_cert_file.isEmpty()) {
+        log_line(m_log, Warning)
+            << "amqp: " << display_url()
+            << ": TLS without a CA file (R_CA_CERT): the broker's certificate is not verified";
+    }
     schedule_reconnect(0);
 }
 

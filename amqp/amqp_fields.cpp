@@ -1,4 +1,5 @@
 #include "amqp/amqp_fields.h"
+#include "amqp/amqp_bytes.h"
 
 #include <amqp.h>
 
@@ -10,14 +11,10 @@ namespace amqp {
 
 namespace {
 
-QByteArray bytes_of(const amqp_bytes_t& bytes) {
-    return QByteArray(static_cast<const char*>(bytes.bytes), int(bytes.len));
-}
-
 QVariantMap read_map(const amqp_table_t& table) {
     QVariantMap map;
     for (int i = 0; i < table.num_entries; ++i) {
-        map.insert(QString::fromUtf8(bytes_of(table.entries[i].key)), read_field(table.entries[i].value));
+        map.insert(QString::fromUtf8(data_of(table.entries[i].key)), read_field(table.entries[i].value));
     }
     return map;
 }
@@ -27,7 +24,7 @@ QVariantMap read_map(const amqp_table_t& table) {
 QVariantHash read_table(const amqp_table_t& table) {
     QVariantHash hash;
     for (int i = 0; i < table.num_entries; ++i) {
-        hash.insert(QString::fromUtf8(bytes_of(table.entries[i].key)), read_field(table.entries[i].value));
+        hash.insert(QString::fromUtf8(data_of(table.entries[i].key)), read_field(table.entries[i].value));
     }
     return hash;
 }
@@ -64,9 +61,9 @@ QVariant read_field(const amqp_field_value_t& field) {
             return value;
         }
         case AMQP_FIELD_KIND_UTF8:
-            return QString::fromUtf8(bytes_of(field.value.bytes));
+            return QString::fromUtf8(data_of(field.value.bytes));
         case AMQP_FIELD_KIND_BYTES:
-            return bytes_of(field.value.bytes);
+            return data_of(field.value.bytes);
         case AMQP_FIELD_KIND_TIMESTAMP:
             return QDateTime::fromSecsSinceEpoch(qint64(field.value.u64), Qt::UTC);
         case AMQP_FIELD_KIND_TABLE:

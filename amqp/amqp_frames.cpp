@@ -3,18 +3,11 @@
 #include <amqp.h>
 #include <amqp_framing.h>
 
+#include "amqp/amqp_bytes.h"
 #include "amqp/amqp_connection.h"
 #include "amqp/amqp_fields.h"
 
 namespace amqp {
-
-namespace {
-
-QString text_of(const amqp_bytes_t& bytes) {
-    return QString::fromUtf8(static_cast<const char*>(bytes.bytes), int(bytes.len));
-}
-
-}  // namespace
 
 void connection::handle_frame(const amqp_frame_t& frame) {
     const uint16_t channel = frame.channel;

@@ -1,4 +1,5 @@
 #include "amqp/amqp_link.h"
+#include "amqp/amqp_bytes.h"
 
 #include <amqp.h>
 #include <amqp_framing.h>
@@ -25,17 +26,6 @@ timeval to_timeval(int ms) {
     tv.tv_sec = ms / 1000;
     tv.tv_usec = (ms % 1000) * 1000;
     return tv;
-}
-
-amqp_bytes_t bytes_of(const QByteArray& data) {
-    amqp_bytes_t out;
-    out.len = size_t(data.size());
-    out.bytes = const_cast<char*>(data.constData());
-    return out;
-}
-
-QString text_of(const amqp_bytes_t& bytes) {
-    return QString::fromUtf8(static_cast<const char*>(bytes.bytes), int(bytes.len));
 }
 
 // Carries out the plan on one library connection, remembering the first failure.

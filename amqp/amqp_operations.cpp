@@ -3,25 +3,11 @@
 #include <amqp.h>
 #include <amqp_framing.h>
 
+#include "amqp/amqp_bytes.h"
 #include "amqp/amqp_connection.h"
 #include "amqp/amqp_table.h"
 
 namespace amqp {
-
-namespace {
-
-amqp_bytes_t bytes_of(const QByteArray& data) {
-    amqp_bytes_t out;
-    out.len = size_t(data.size());
-    out.bytes = const_cast<char*>(data.constData());
-    return out;
-}
-
-QString text_of(const amqp_bytes_t& bytes) {
-    return QString::fromUtf8(static_cast<const char*>(bytes.bytes), int(bytes.len));
-}
-
-}  // namespace
 
 // Every reply is looked at: a refusal closes the channel (the broker's text is logged
 // and kept), a connection.close or a library failure (a time-out included) drops the

@@ -6,12 +6,12 @@
 
 namespace faults {
 
-confirmed_sender::confirmed_sender(broker_link& link, const QString& exchange, ledger& book)
+confirmed_sender::confirmed_sender(amqp::broker_link& link, const QString& exchange, ledger& book)
     : m_link(link), m_exchange(exchange), m_book(book) {}
 
 bool confirmed_sender::send(const std::vector<QJsonObject>& uplinks, const std::vector<QString>& routing_keys,
                             int timeout_ms) {
-    std::vector<broker_link::outgoing> batch;
+    std::vector<amqp::broker_link::outgoing> batch;
     std::vector<uplink_key> keys;
     for (size_t i = 0; i < uplinks.size(); ++i) {
         const QByteArray body = QJsonDocument(uplinks[i]).toJson(QJsonDocument::Compact);
@@ -29,7 +29,7 @@ bool confirmed_sender::send(const std::vector<QJsonObject>& uplinks, const std::
         for (const size_t index : unconfirmed) {
             missing[index] = true;
         }
-        std::vector<broker_link::outgoing> rest;
+        std::vector<amqp::broker_link::outgoing> rest;
         std::vector<uplink_key> rest_keys;
         for (size_t i = 0; i < batch.size(); ++i) {
             if (!missing[i]) {

@@ -4,7 +4,7 @@
 #include <QString>
 #include <vector>
 
-#include "bench/faults/broker_link.h"
+#include "amqp/broker_link.h"
 #include "bench/faults/ledger.h"
 
 namespace faults {
@@ -15,7 +15,7 @@ namespace faults {
 // an uplink may then reach the queue twice.
 class confirmed_sender {
 public:
-    confirmed_sender(broker_link& link, const QString& exchange, ledger& book);
+    confirmed_sender(amqp::broker_link& link, const QString& exchange, ledger& book);
 
     // Returns false when the broker did not take the batch within `timeout_ms`.
     bool send(const std::vector<QJsonObject>& uplinks, const std::vector<QString>& routing_keys,
@@ -24,7 +24,7 @@ public:
     const QString& error() const { return m_error; }
 
 private:
-    broker_link& m_link;
+    amqp::broker_link& m_link;
     QString m_exchange;
     ledger& m_book;
     int m_batches_sent_again = 0;

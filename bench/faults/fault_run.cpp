@@ -40,8 +40,8 @@ bool fault_run::set_up() {
     if (!bench::open_broker(QString(), m_broker, m_error)) {
         return false;
     }
-    m_admin = std::make_unique<broker_link>(m_broker.url, m_broker.vhost, false);
-    m_sender_link = std::make_unique<broker_link>(m_broker.url, m_broker.vhost, true);
+    m_admin = std::make_unique<amqp::broker_link>(m_broker.url, m_broker.vhost, false);
+    m_sender_link = std::make_unique<amqp::broker_link>(m_broker.url, m_broker.vhost, true);
     if (!m_admin->open(30000) || !m_sender_link->open(30000)) {
         m_error = "cannot reach the broker: " + m_admin->error() + m_sender_link->error();
         return false;

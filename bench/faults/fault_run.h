@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
+#include "amqp/broker_link.h"
 #include "bench/broker.h"
 #include "bench/faults/broker_control.h"
-#include "bench/faults/broker_link.h"
 #include "bench/faults/faults_options.h"
 #include "bench/faults/faults_report.h"
 #include "bench/faults/ledger.h"
@@ -49,8 +49,8 @@ private:
     QTextStream& m_progress;
     bench::broker m_broker;
     broker_control m_control;
-    std::unique_ptr<broker_link> m_admin;
-    std::unique_ptr<broker_link> m_sender_link;
+    std::unique_ptr<amqp::broker_link> m_admin;
+    std::unique_ptr<amqp::broker_link> m_sender_link;
     std::unique_ptr<bench::service_instance> m_service;
     bench::uplink_feed m_feed;
     QString m_run;

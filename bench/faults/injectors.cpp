@@ -15,8 +15,8 @@ namespace {
 constexpr int64_t store_margin_pages = 16;
 }  // namespace
 
-injectors::injectors(const target& where, broker_link& admin, broker_control& control, fault_tally& tally,
-                     QStringList& problems)
+injectors::injectors(const target& where, amqp::broker_link& admin, broker_control& control,
+                     fault_tally& tally, QStringList& problems)
     : m_target(where), m_admin(admin), m_control(control), m_tally(tally), m_problems(problems) {
     m_fault_clock.start();
 }

@@ -4,8 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "amqp/broker_link.h"
 #include "bench/faults/broker_control.h"
-#include "bench/faults/broker_link.h"
 #include "bench/faults/faults_report.h"
 
 namespace bench {
@@ -26,7 +26,7 @@ public:
         QString store_path;
     };
 
-    injectors(const target& where, broker_link& admin, broker_control& control, fault_tally& tally,
+    injectors(const target& where, amqp::broker_link& admin, broker_control& control, fault_tally& tally,
               QStringList& problems);
     injectors(const injectors&) = delete;
     injectors& operator=(const injectors&) = delete;
@@ -51,7 +51,7 @@ private:
     void begin_fault() { m_fault_clock.restart(); }  // the fault is done: the wait begins
 
     target m_target;
-    broker_link& m_admin;
+    amqp::broker_link& m_admin;
     broker_control& m_control;
     fault_tally& m_tally;
     QStringList& m_problems;

@@ -1,8 +1,8 @@
 #include "tools/cli/replay_run.h"
 
 #include "amqp/amqp_url.h"
+#include "amqp/replay_session.h"
 #include "tools/cli/dead_letter.h"
-#include "tools/cli/replay_session.h"
 
 namespace cli {
 
@@ -15,7 +15,7 @@ struct tally {
     uint32_t left = 0;   // left in the queue: no original key, or nowhere to go
 };
 
-QString describe(const fetched_message& m) {
+QString describe(const amqp::fetched_message& m) {
     return QString("%1 bytes  %2").arg(m.msg.payload.size()).arg(body_preview(m.msg.payload));
 }
 
@@ -42,7 +42,7 @@ int run_replay(const invocation& run, QTextStream& out, QTextStream& err) {
     settings.connect_timeout_ms = run.connect_timeout_s * 1000;
     settings.rpc_timeout_ms = run.timeout_s * 1000;
 
-    replay_session session;
+    amqp::replay_session session;
     tally count;
     if (!session.open(settings) || !session.depth(run.queue, &count.ready) ||
         (!run.dry_run && !session.enable_confirms())) {
@@ -53,7 +53,7 @@ int run_replay(const invocation& run, QTextStream& out, QTextStream& err) {
     // goes on comes back to the queue and must not be taken a second time.
     const uint32_t limit = run.count > 0 ? std::min(uint32_t(run.count), count.ready) : count.ready;
     bool broken = false;
-    fetched_message m;
+    amqp::fetched_message m;
     while (count.taken < limit && session.get(run.queue, &m)) {
         ++count.taken;
         const dead_letter_origin origin = original_route(m.msg.headers);
@@ -67,14 +67,14 @@ int run_replay(const invocation& run, QTextStream& out, QTextStream& err) {
             out << "would move: " << origin.routing_key << "  " << describe(m) << Qt::endl;
             continue;
         }
-        const replay_session::outcome sent = session.publish(run.exchange, origin.routing_key, m);
-        if (sent == replay_session::outcome::unroutable) {
+        const amqp::replay_session::outcome sent = session.publish(run.exchange, origin.routing_key, m);
+        if (sent == amqp::replay_session::outcome::unroutable) {
             ++count.left;
             out << "left in queue: " << origin.routing_key << " (no queue is bound to it on " << run.exchange
                 << ")  " << describe(m) << Qt::endl;
             continue;
         }
-        if (sent != replay_session::outcome::confirmed || !session.ack(m.msg.delivery_tag)) {
+        if (sent != amqp::replay_session::outcome::confirmed || !session.ack(m.msg.delivery_tag)) {
             err << "quillon-cli: replay stopped at " << origin.routing_key << ": " << session.error()
                 << Qt::endl;
             broken = true;

@@ -2,17 +2,19 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QVariantHash>
 #include <cstdint>
 #include <vector>
 
 struct amqp_connection_state_t_;
 
-namespace faults {
+namespace amqp {
 
-// The tool's own broker connection: synchronous rabbitmq-c on one channel, with no
-// heartbeats (it may sit idle while the broker restarts). It is kept apart from the
-// service's AMQP code on purpose: what the tool counts must not depend on the code it
-// checks. Any failure drops the connection; the next call opens it again.
+// A blocking broker connection for tools and tests that administer or check the broker
+// (declare, count, publish with confirms): synchronous rabbitmq-c on one channel, with no
+// heartbeats (it may sit idle while the broker restarts). Apart from the service's
+// endpoints on purpose: a check made through it does not depend on the code it checks.
+// Any failure drops the connection; the next call opens it again.
 class broker_link {
 public:
     struct outgoing {
@@ -31,9 +33,9 @@ public:
     bool is_open() const { return m_conn != nullptr; }
     const QString& error() const { return m_error; }
 
-    bool declare_exchange(const QString& name, const QString& type);  // durable
+    bool declare_exchange(const QString& name, const QString& type, bool durable = true);
     bool delete_exchange(const QString& name);
-    bool declare_queue(const QString& name);  // durable, no arguments
+    bool declare_queue(const QString& name, bool durable = true, const QVariantHash& arguments = {});
     bool bind_queue(const QString& queue, const QString& exchange, const QString& key);
     bool delete_queue(const QString& name);
     // Ready messages and consumers of a queue (a passive declare).
@@ -41,6 +43,8 @@ public:
     // Takes every ready message off the queue; their bodies are appended to `out`.
     bool take_all(const QString& queue, std::vector<QByteArray>& out);
 
+    // Publishes one message as text/plain, without waiting for the broker.
+    bool publish(const QString& exchange, const QString& routing_key, const QByteArray& body);
     // Publishes persistent, mandatory messages and waits for the broker's confirms (the
     // link must have been made with confirms). Returns false when the link failed before
     // every message was confirmed; `unconfirmed` then holds the indexes the broker did not
@@ -62,4 +66,4 @@ private:
     QString m_error;
 };
 
-}  // namespace faults
+}  // namespace amqp

@@ -1,4 +1,4 @@
-#include "bench/faults/broker_link.h"
+#include "amqp/broker_link.h"
 
 #include <amqp.h>
 #include <amqp_framing.h>
@@ -8,19 +8,13 @@
 #include <QThread>
 #include <map>
 
+#include "amqp/amqp_bytes.h"
+#include "amqp/amqp_table.h"
 #include "amqp/amqp_url.h"
 
-namespace faults {
+namespace amqp {
 
 namespace {
-
-amqp_bytes_t bytes_of(const QByteArray& data) {
-    return amqp_bytes_t{size_t(data.size()), const_cast<char*>(data.constData())};
-}
-
-QByteArray to_bytes(amqp_bytes_t data) {
-    return QByteArray(static_cast<const char*>(data.bytes), int(data.len));
-}
 
 timeval as_timeval(int ms) {
     return timeval{ms / 1000, (ms % 1000) * 1000};
@@ -76,7 +70,7 @@ bool broker_link::check_rpc(const char* what) {
                 return fail(QString("%1: channel closed by the broker: %2 %3")
                                 .arg(what)
                                 .arg(close->reply_code)
-                                .arg(QString::fromUtf8(to_bytes(close->reply_text))));
+                                .arg(QString::fromUtf8(data_of(close->reply_text))));
             }
             return fail(QString("%1: connection closed by the broker").arg(what));
         default:
@@ -123,12 +117,12 @@ bool broker_link::ensure_open() {
     return m_conn || connect_once();
 }
 
-bool broker_link::declare_exchange(const QString& name, const QString& type) {
+bool broker_link::declare_exchange(const QString& name, const QString& type, bool durable) {
     if (!ensure_open()) {
         return false;
     }
-    amqp_exchange_declare(m_conn, 1, bytes_of(name.toUtf8()), bytes_of(type.toUtf8()), 0, 1, 0, 0,
-                          amqp_empty_table);
+    amqp_exchange_declare(m_conn, 1, bytes_of(name.toUtf8()), bytes_of(type.toUtf8()), 0, durable ? 1 : 0, 0,
+                          0, amqp_empty_table);
     return check_rpc("exchange.declare");
 }
 
@@ -140,11 +134,12 @@ bool broker_link::delete_exchange(const QString& name) {
     return check_rpc("exchange.delete");
 }
 
-bool broker_link::declare_queue(const QString& name) {
+bool broker_link::declare_queue(const QString& name, bool durable, const QVariantHash& arguments) {
     if (!ensure_open()) {
         return false;
     }
-    amqp_queue_declare(m_conn, 1, bytes_of(name.toUtf8()), 0, 1, 0, 0, amqp_empty_table);
+    table_builder args(nullptr);
+    amqp_queue_declare(m_conn, 1, bytes_of(name.toUtf8()), 0, durable ? 1 : 0, 0, 0, args.build(arguments));
     return check_rpc("queue.declare");
 }
 
@@ -195,10 +190,22 @@ bool broker_link::take_all(const QString& queue, std::vector<QByteArray>& out) {
         if (amqp_read_message(m_conn, 1, &message, 0).reply_type != AMQP_RESPONSE_NORMAL) {
             return fail("basic.get: cannot read the message");
         }
-        out.push_back(to_bytes(message.body));
+        out.push_back(data_of(message.body));
         amqp_destroy_message(&message);
         amqp_maybe_release_buffers(m_conn);
     }
+}
+
+bool broker_link::publish(const QString& exchange, const QString& routing_key, const QByteArray& body) {
+    if (!ensure_open()) {
+        return false;
+    }
+    amqp_basic_properties_t props{};
+    props._flags = AMQP_BASIC_CONTENT_TYPE_FLAG;
+    props.content_type = amqp_cstring_bytes("text/plain");
+    const int status = amqp_basic_publish(m_conn, 1, bytes_of(exchange.toUtf8()),
+                                          bytes_of(routing_key.toUtf8()), 0, 0, &props, bytes_of(body));
+    return status == AMQP_STATUS_OK || fail(QString("basic.publish failed: ") + amqp_error_string2(status));
 }
 
 bool broker_link::publish_confirmed(const QString& exchange, const std::vector<outgoing>& batch,
@@ -286,7 +293,7 @@ bool broker_link::publish_confirmed(const QString& exchange, const std::vector<o
                     by_body[batch[i].body] = i;
                 }
             }
-            const auto found = by_body.find(to_bytes(message.body));
+            const auto found = by_body.find(data_of(message.body));
             if (found != by_body.end()) {
                 unconfirmed.push_back(found->second);
             }
@@ -299,4 +306,4 @@ bool broker_link::publish_confirmed(const QString& exchange, const std::vector<o
     return true;
 }
 
-}  // namespace faults
+}  // namespace amqp

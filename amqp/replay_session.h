@@ -8,7 +8,7 @@
 
 struct amqp_connection_state_t_;
 
-namespace cli {
+namespace amqp {
 
 // A message taken from a queue with basic.get and not acknowledged yet.
 struct fetched_message {
@@ -16,7 +16,8 @@ struct fetched_message {
     uint8_t delivery_mode = 0;  // 0: not set by the publisher
 };
 
-// A blocking broker session for one run of `quillon-cli replay`, on one channel:
+// A blocking broker session for a tool that moves messages (`quillon-cli replay`), on one
+// channel:
 // messages are taken one by one with basic.get and published with publisher confirms
 // and the mandatory flag, so the broker says for each whether it took it and whether a
 // queue received it. Whatever was taken and not acknowledged goes back to its queue
@@ -56,4 +57,4 @@ private:
     QString m_error;
 };
 
-}  // namespace cli
+}  // namespace amqp

@@ -1,4 +1,5 @@
-#include "tools/cli/replay_session.h"
+#include "amqp/replay_session.h"
+#include "amqp/amqp_bytes.h"
 
 #include <amqp.h>
 #include <amqp_framing.h>
@@ -6,26 +7,7 @@
 
 #include "amqp/amqp_fields.h"
 
-namespace cli {
-
-namespace {
-
-amqp_bytes_t bytes_of(const QByteArray& data) {
-    amqp_bytes_t out;
-    out.len = size_t(data.size());
-    out.bytes = const_cast<char*>(data.constData());
-    return out;
-}
-
-QByteArray data_of(const amqp_bytes_t& bytes) {
-    return QByteArray(static_cast<const char*>(bytes.bytes), int(bytes.len));
-}
-
-QString text_of(const amqp_bytes_t& bytes) {
-    return QString::fromUtf8(data_of(bytes));
-}
-
-}  // namespace
+namespace amqp {
 
 replay_session::~replay_session() {
     close();
@@ -226,4 +208,4 @@ bool replay_session::ack(uint64_t delivery_tag) {
     return true;
 }
 
-}  // namespace cli
+}  // namespace amqp
