@@ -1,5 +1,6 @@
 #include "amqp/amqp_link.h"
 #include "amqp/amqp_bytes.h"
+#include "amqp/amqp_reply.h"
 
 #include <amqp.h>
 #include <amqp_framing.h>
@@ -162,29 +163,16 @@ bool link_builder::open() {
 }
 
 bool link_builder::check(uint16_t channel, const QString& what) {
-    const amqp_rpc_reply_t reply = amqp_get_rpc_reply(m_state);
-    if (reply.reply_type == AMQP_RESPONSE_NORMAL) {
+    const reply_verdict verdict = read_reply(amqp_get_rpc_reply(m_state));
+    if (verdict.what == reply_verdict::ok) {
         return true;
     }
-    if (reply.reply_type == AMQP_RESPONSE_SERVER_EXCEPTION && reply.reply.id == AMQP_CHANNEL_CLOSE_METHOD) {
-        const auto* c = static_cast<amqp_channel_close_t*>(reply.reply.decoded);
+    if (verdict.what == reply_verdict::channel_closed) {
         amqp_channel_close_ok_t ok{};
         amqp_send_method(m_state, channel, AMQP_CHANNEL_CLOSE_OK_METHOD, &ok);
-        return fail(what + " refused by the broker: " + QString::number(c->reply_code) + " " +
-                        text_of(c->reply_text) + refusal_hint(what, c->reply_code),
-                    true);
     }
-    if (reply.reply_type == AMQP_RESPONSE_SERVER_EXCEPTION &&
-        reply.reply.id == AMQP_CONNECTION_CLOSE_METHOD) {
-        const auto* c = static_cast<amqp_connection_close_t*>(reply.reply.decoded);
-        return fail(what + " answered by connection.close: " + QString::number(c->reply_code) + " " +
-                        text_of(c->reply_text) + refusal_hint(what, c->reply_code),
-                    true);
-    }
-    if (reply.reply_type == AMQP_RESPONSE_LIBRARY_EXCEPTION) {
-        return fail(what + " failed: " + QString::fromUtf8(amqp_error_string2(reply.library_error)));
-    }
-    return fail(what + " got no usable reply");
+    const bool refused = verdict.refused_by_broker();
+    return fail(describe(what, verdict) + (refused ? refusal_hint(what, verdict.code) : QString()), refused);
 }
 
 uint16_t link_builder::open_channel() {

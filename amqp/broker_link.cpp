@@ -9,6 +9,7 @@
 #include <map>
 
 #include "amqp/amqp_bytes.h"
+#include "amqp/amqp_reply.h"
 #include "amqp/amqp_table.h"
 #include "amqp/amqp_url.h"
 
@@ -58,24 +59,8 @@ bool broker_link::fail(const QString& why) {
 }
 
 bool broker_link::check_rpc(const char* what) {
-    const amqp_rpc_reply_t reply = amqp_get_rpc_reply(m_conn);
-    switch (reply.reply_type) {
-        case AMQP_RESPONSE_NORMAL:
-            return true;
-        case AMQP_RESPONSE_LIBRARY_EXCEPTION:
-            return fail(QString("%1: %2").arg(what, amqp_error_string2(reply.library_error)));
-        case AMQP_RESPONSE_SERVER_EXCEPTION:
-            if (reply.reply.id == AMQP_CHANNEL_CLOSE_METHOD) {
-                const auto* close = static_cast<amqp_channel_close_t*>(reply.reply.decoded);
-                return fail(QString("%1: channel closed by the broker: %2 %3")
-                                .arg(what)
-                                .arg(close->reply_code)
-                                .arg(QString::fromUtf8(data_of(close->reply_text))));
-            }
-            return fail(QString("%1: connection closed by the broker").arg(what));
-        default:
-            return fail(QString("%1: no reply").arg(what));
-    }
+    const reply_verdict verdict = read_reply(amqp_get_rpc_reply(m_conn));
+    return verdict.what == reply_verdict::ok || fail(describe(what, verdict));
 }
 
 bool broker_link::connect_once() {

@@ -1,5 +1,6 @@
 #include "amqp/replay_session.h"
 #include "amqp/amqp_bytes.h"
+#include "amqp/amqp_reply.h"
 
 #include <amqp.h>
 #include <amqp_framing.h>
@@ -44,29 +45,18 @@ void replay_session::close() {
 }
 
 bool replay_session::check_reply(const QString& what) {
-    const amqp_rpc_reply_t reply = amqp_get_rpc_reply(m_state);
-    if (reply.reply_type == AMQP_RESPONSE_NORMAL) {
+    const reply_verdict verdict = read_reply(amqp_get_rpc_reply(m_state));
+    if (verdict.what == reply_verdict::ok) {
         return true;
     }
-    if (reply.reply_type == AMQP_RESPONSE_SERVER_EXCEPTION && reply.reply.id == AMQP_CHANNEL_CLOSE_METHOD) {
-        const auto* c = static_cast<amqp_channel_close_t*>(reply.reply.decoded);
+    if (verdict.what == reply_verdict::channel_closed) {
         amqp_channel_close_ok_t ok{};
         amqp_send_method(m_state, m_channel, AMQP_CHANNEL_CLOSE_OK_METHOD, &ok);
+    }
+    if (verdict.refused_by_broker()) {
         m_channel_open = false;
-        return fail(what + " refused by the broker: " + QString::number(c->reply_code) + " " +
-                    text_of(c->reply_text));
     }
-    if (reply.reply_type == AMQP_RESPONSE_SERVER_EXCEPTION &&
-        reply.reply.id == AMQP_CONNECTION_CLOSE_METHOD) {
-        const auto* c = static_cast<amqp_connection_close_t*>(reply.reply.decoded);
-        m_channel_open = false;
-        return fail(what + " answered by connection.close: " + QString::number(c->reply_code) + " " +
-                    text_of(c->reply_text));
-    }
-    if (reply.reply_type == AMQP_RESPONSE_LIBRARY_EXCEPTION) {
-        return fail(what + " failed: " + QString::fromUtf8(amqp_error_string2(reply.library_error)));
-    }
-    return fail(what + " got no usable reply");
+    return fail(describe(what, verdict));
 }
 
 bool replay_session::depth(const QString& queue, uint32_t* count) {
