@@ -4,6 +4,8 @@
 
 #include <QCommandLineParser>
 
+#include "bench/option_values.h"
+
 namespace bench {
 
 namespace {
@@ -11,17 +13,7 @@ namespace {
 template <class T>
 bool read_number(const QCommandLineParser& parser, const QCommandLineOption& option, T& out,
                  QString& message) {
-    if (!parser.isSet(option)) {
-        return true;
-    }
-    bool ok = false;
-    const double value = parser.value(option).toDouble(&ok);
-    if (!ok || value < 0) {
-        message = "--" + option.names().first() + ": not a number: " + parser.value(option);
-        return false;
-    }
-    out = T(value);
-    return true;
+    return read_option_number(parser, option, out, message);
 }
 
 }  // namespace

@@ -8,25 +8,15 @@
 #include "bench/bench_options.h"
 #include "bench/broker.h"
 #include "bench/history_query.h"
+#include "bench/option_values.h"
 #include "bench/report.h"
 #include "bench/store_fill.h"
 #include "bench/uplink_bench.h"
 
-namespace {
-
-// The plugin loader's diagnostics go to Qt's debug output; the bench prints its own.
-void quiet_qt(QtMsgType type, const QMessageLogContext&, const QString& text) {
-    if (type == QtCriticalMsg || type == QtFatalMsg) {
-        QTextStream(stderr) << text << '\n';
-    }
-}
-
-}  // namespace
-
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName("quillon-bench");
-    qInstallMessageHandler(quiet_qt);
+    bench::quiet_qt_messages();
     QTextStream out(stdout);
     QTextStream err(stderr);
 

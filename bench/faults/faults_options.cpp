@@ -2,6 +2,8 @@
 
 #include <QCommandLineParser>
 
+#include "bench/option_values.h"
+
 namespace faults {
 
 namespace {
@@ -9,17 +11,7 @@ namespace {
 template <class T>
 bool read_count(const QCommandLineParser& parser, const QCommandLineOption& option, T& out,
                 QString& message) {
-    if (!parser.isSet(option)) {
-        return true;
-    }
-    bool ok = false;
-    const double value = parser.value(option).toDouble(&ok);
-    if (!ok || value < 0 || value != double(T(value))) {
-        message = "--" + option.names().first() + ": not a count: " + parser.value(option);
-        return false;
-    }
-    out = T(value);
-    return true;
+    return bench::read_option_number(parser, option, out, message, true);
 }
 
 }  // namespace

@@ -6,22 +6,12 @@
 #include "bench/faults/fault_run.h"
 #include "bench/faults/faults_options.h"
 #include "bench/faults/faults_report.h"
-
-namespace {
-
-// Qt's own warnings (a process that crashed on purpose, for one) are not the tool's.
-void quiet_qt(QtMsgType type, const QMessageLogContext&, const QString& text) {
-    if (type == QtCriticalMsg || type == QtFatalMsg) {
-        QTextStream(stderr) << text << '\n';
-    }
-}
-
-}  // namespace
+#include "bench/option_values.h"
 
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName("quillon-faults");
-    qInstallMessageHandler(quiet_qt);
+    bench::quiet_qt_messages();
     QTextStream out(stdout);
     QTextStream err(stderr);
 
