@@ -73,11 +73,11 @@ decode_result decode(const QByteArray& payload) {
             return result;
         }
         if (result.header.encryption_mode() != 0) {
-            notes
-                << QString(
-                       "security mode %1 of configuration word 0x%2 is no encryption, records read as plain")
-                       .arg(result.header.encryption_mode())
-                       .arg(result.header.configuration, 4, 16, QChar('0'));
+            notes << QString(
+                         "security mode %1 (configuration word 0x%2) is no defined encryption, records read "
+                         "as plain")
+                         .arg(result.header.encryption_mode())
+                         .arg(result.header.configuration, 4, 16, QChar('0'));
         }
         while (!in.at_end()) {
             const int at = in.pos();
