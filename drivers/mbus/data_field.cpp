@@ -66,8 +66,12 @@ data_field read_variable(cursor& in) {
         const int digits_at = in.pos();
         const QByteArray bcd = in.bytes(lvar & 0x0f, "variable-length data");
         f.raw.append(bcd);
-        const int64_t magnitude = bcd_le(bcd, digits_at);
-        f.value = double(lvar >= 0xd0 ? -magnitude : magnitude);
+        try {
+            const int64_t magnitude = bcd_le(bcd, digits_at);
+            f.value = double(lvar >= 0xd0 ? -magnitude : magnitude);
+        } catch (const decode_error& e) {  // the field was read whole: only it is lost
+            f.problem = QString("%1, at byte %2").arg(e.text()).arg(e.offset());
+        }
     } else if (lvar >= 0xe0 && lvar <= 0xef) {  // binary number
         const QByteArray bin = in.bytes(lvar - 0xe0, "variable-length data");
         f.raw.append(bin);
@@ -180,17 +184,7 @@ void interpret(data_field& f, int coding, value_kind kind, int at) {
 data_field read_data_field(cursor& in, int coding, value_kind kind) {
     const int at = in.pos();
     if (coding == variable) {
-        data_field f;
-        try {
-            f = read_variable(in);
-        } catch (const decode_error& e) {
-            if (!e.text().startsWith("invalid BCD digit")) {
-                throw;
-            }
-            // The LVAR gave the length: the cursor stands at the field's end already.
-            f.problem = QString("%1, at byte %2").arg(e.text()).arg(e.offset());
-            return f;
-        }
+        data_field f = read_variable(in);
         if (kind == value_kind::date || kind == value_kind::datetime) {
             f.value = QVariant();
             f.problem = QString("unsupported variable-length coding for a date, at byte %1").arg(at);

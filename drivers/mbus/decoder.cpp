@@ -30,7 +30,8 @@ record read_record(cursor& in) {
     const data_info dib = read_dib(in);
     const value_block vib = read_vib(in);
     // A VIB without a supported meaning still leaves the field's length to the DIF.
-    const value_kind kind = vib.info.unsupported.isEmpty() ? vib.info.kind : value_kind::none;
+    const bool understood = dib.problem.isEmpty() && vib.info.unsupported.isEmpty();
+    const value_kind kind = understood ? vib.info.kind : value_kind::none;
     const data_field field = read_data_field(in, dib.coding, kind);
 
     rec.dib = dib.bytes;
@@ -43,7 +44,9 @@ record read_record(cursor& in) {
     rec.subunit = dib.subunit;
     rec.info = vib.info;
     rec.value = field.value;
-    rec.skipped = vib.info.unsupported.isEmpty() ? field.problem : vib.info.unsupported;
+    rec.skipped = !dib.problem.isEmpty()            ? dib.problem
+                  : !vib.info.unsupported.isEmpty() ? vib.info.unsupported
+                                                    : field.problem;
     if (!rec.skipped.isEmpty()) {
         rec.value = QVariant();
     }

@@ -74,7 +74,7 @@ value_block read_vib(cursor& in) {
 
     for (int n = 0; more; ++n) {
         if (n == max_extensions) {
-            throw decode_error("more than 10 VIFEs", in.pos());
+            mark_unsupported(out.info, "more than 10 VIFEs", in.pos());
         }
         const int vife_at = in.pos();
         const uint8_t vife = in.byte("VIFE chain");

@@ -12,8 +12,8 @@ struct value_block {
     value_info info;
 };
 
-// Throws decode_error only when the block's end cannot be found (truncated, more than
-// 10 VIFEs); a code without a supported meaning is marked in info.unsupported.
+// Throws decode_error only when the block is truncated; a code without a supported
+// meaning or a chain of more than 10 VIFEs is marked in info.unsupported.
 value_block read_vib(cursor& in);
 
 }  // namespace mbus
