@@ -66,8 +66,12 @@ data_field read_variable(cursor& in) {
         const int digits_at = in.pos();
         const QByteArray bcd = in.bytes(lvar & 0x0f, "variable-length data");
         f.raw.append(bcd);
-        const int64_t magnitude = bcd_le(bcd, digits_at);
-        f.value = double(lvar >= 0xd0 ? -magnitude : magnitude);
+        try {
+            const int64_t magnitude = bcd_le(bcd, digits_at);
+            f.value = double(lvar >= 0xd0 ? -magnitude : magnitude);
+        } catch (const decode_error& e) {  // the field was read whole: only it is lost
+            f.problem = QString("%1, at byte %2").arg(e.text()).arg(e.offset());
+        }
     } else if (lvar >= 0xe0 && lvar <= 0xef) {  // binary number
         const QByteArray bin = in.bytes(lvar - 0xe0, "variable-length data");
         f.raw.append(bin);
@@ -152,23 +156,10 @@ QDateTime date_time_i(const QByteArray& b) {
     return make_time(packed_year(b3, b4), b4 & 0x0f, b3 & 0x1f, b2 & 0x1f, b1 & 0x3f, b0 & 0x3f);
 }
 
-data_field read_data_field(cursor& in, int coding, value_kind kind) {
-    const int at = in.pos();
-    if (coding == variable) {
-        data_field f = read_variable(in);
-        if (kind == value_kind::date || kind == value_kind::datetime) {
-            throw decode_error("unsupported variable-length coding for a date", at);
-        }
-        return f;
-    }
-    if (coding == special) {
-        throw decode_error("special function DIF has no data field", at);
-    }
-    data_field f;
-    f.raw = in.bytes(fixed_length(coding), "data field");
-    if (coding == no_data || coding == selection) {
-        return f;
-    }
+namespace {
+
+// Interprets bytes already read; a decode_error here concerns this field alone.
+void interpret(data_field& f, int coding, value_kind kind, int at) {
     if (kind == value_kind::date || kind == value_kind::datetime) {
         const QDateTime t = read_date(f.raw, coding, at);
         if (t.isValid()) {
@@ -185,6 +176,34 @@ data_field read_data_field(cursor& in, int coding, value_kind kind) {
         } else {
             f.value = double(signed_le(f.raw));
         }
+    }
+}
+
+}  // namespace
+
+data_field read_data_field(cursor& in, int coding, value_kind kind) {
+    const int at = in.pos();
+    if (coding == variable) {
+        data_field f = read_variable(in);
+        if (kind == value_kind::date || kind == value_kind::datetime) {
+            f.value = QVariant();
+            f.problem = QString("unsupported variable-length coding for a date, at byte %1").arg(at);
+        }
+        return f;
+    }
+    if (coding == special) {
+        throw decode_error("special function DIF has no data field", at);
+    }
+    data_field f;
+    f.raw = in.bytes(fixed_length(coding), "data field");
+    if (coding == no_data || coding == selection) {
+        return f;
+    }
+    try {
+        interpret(f, coding, kind, at);
+    } catch (const decode_error& e) {
+        f.value = QVariant();
+        f.problem = QString("%1, at byte %2").arg(e.text()).arg(e.offset());
     }
     return f;
 }

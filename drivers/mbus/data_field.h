@@ -14,10 +14,14 @@ namespace mbus {
 struct data_field {
     QByteArray raw;
     QVariant value;
+    // Set when the bytes were read whole but cannot be interpreted (invalid BCD digit,
+    // coding unsuitable for a date): "<what>, at byte n". value is then invalid.
+    QString problem;
 };
 
 // Reads the data field of the given DIF coding; kind says whether the VIF makes the
-// bytes a number or a date. Throws decode_error on a coding that cannot be read.
+// bytes a number or a date. Throws decode_error only when the field's length cannot be
+// known (truncated, reserved LVAR).
 data_field read_data_field(cursor& in, int coding, value_kind kind);
 
 // The codings, usable on their own.

@@ -1,5 +1,7 @@
 #include "decoder.h"
 
+#include <QStringList>
+
 #include "cursor.h"
 #include "data_field.h"
 #include "dib.h"
@@ -27,7 +29,10 @@ record read_record(cursor& in) {
     rec.offset = in.pos();
     const data_info dib = read_dib(in);
     const value_block vib = read_vib(in);
-    const data_field field = read_data_field(in, dib.coding, vib.info.kind);
+    // A VIB without a supported meaning still leaves the field's length to the DIF.
+    const bool understood = dib.problem.isEmpty() && vib.info.unsupported.isEmpty();
+    const value_kind kind = understood ? vib.info.kind : value_kind::none;
+    const data_field field = read_data_field(in, dib.coding, kind);
 
     rec.dib = dib.bytes;
     rec.vib = vib.bytes;
@@ -39,6 +44,12 @@ record read_record(cursor& in) {
     rec.subunit = dib.subunit;
     rec.info = vib.info;
     rec.value = field.value;
+    rec.skipped = !dib.problem.isEmpty()            ? dib.problem
+                  : !vib.info.unsupported.isEmpty() ? vib.info.unsupported
+                                                    : field.problem;
+    if (!rec.skipped.isEmpty()) {
+        rec.value = QVariant();
+    }
     if (rec.numeric() && rec.info.kind == value_kind::number && !rec.info.manufacturer) {
         rec.value = scale(field.value.toDouble(), rec.info);
     }
@@ -56,12 +67,20 @@ double scale(double raw, const value_info& info) {
 
 decode_result decode(const QByteArray& payload) {
     decode_result result;
+    QStringList notes;  // what was odd but did not stop the decoding
     cursor in(payload);
     try {
         result.header = read_header(in);
-        if (result.header.encryption_mode() != 0) {
+        if (result.header.encrypted()) {
             result.status = "encrypted";
             return result;
+        }
+        if (result.header.encryption_mode() != 0) {
+            notes << QString(
+                         "security mode %1 (configuration word 0x%2) is no defined encryption, records read "
+                         "as plain")
+                         .arg(result.header.encryption_mode())
+                         .arg(result.header.configuration, 4, 16, QChar('0'));
         }
         while (!in.at_end()) {
             const int at = in.pos();
@@ -81,12 +100,18 @@ decode_result decode(const QByteArray& payload) {
                 throw decode_error(QString("unsupported special DIF 0x%1").arg(dif, 2, 16, QChar('0')), at);
             }
             result.records.push_back(read_record(in));
+            if (!result.records.back().skipped.isEmpty()) {
+                notes << "skipped record: " + result.records.back().skipped;
+            }
         }
         result.status = "parsed";
     } catch (const decode_error& e) {
         // The CI field error reads "... at byte 0" without the comma of the others.
         const bool ci = e.text().startsWith("unsupported CI field");
         result.status = QString("error: %1%2 at byte %3").arg(e.text(), ci ? "" : ",").arg(e.offset());
+    }
+    if (!notes.isEmpty() && result.status != "encrypted") {
+        result.status += "; " + notes.join("; ");
     }
     return result;
 }

@@ -35,9 +35,12 @@ struct data_info {
     uint64_t storage = 0;
     uint32_t tariff = 0;
     uint32_t subunit = 0;
+    // "more than 10 DIFEs, at byte n": the chain was read to its end, the record is skipped.
+    QString problem;
 };
 
 // Reads DIF and DIFEs. The caller has already dealt with the special DIFs (coding 0xf).
+// Throws decode_error only when the chain is truncated.
 data_info read_dib(cursor& in);
 
 }  // namespace mbus

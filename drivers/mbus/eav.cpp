@@ -85,7 +85,7 @@ QString function_name(function_field f) {
 
 QString obis_code(const record& r) {
     static const char* const suffix[] = {"", ".max", ".min", ".err"};
-    QString code = r.info.quantity + suffix[static_cast<int>(r.function)];
+    QString code = r.info.quantity + r.info.qualifier + suffix[static_cast<int>(r.function)];
     if (r.storage > 0) {
         code += ".s" + QString::number(r.storage);
     }
@@ -100,7 +100,7 @@ QString obis_code(const record& r) {
 
 bool is_value(const record& r) {
     return r.numeric() && r.info.kind == value_kind::number && !r.info.manufacturer &&
-           r.info.record_error == 0;
+           r.info.record_error == 0 && r.skipped.isEmpty();
 }
 
 QDateTime record_time(const decode_result& decoded, const record& r, const QDateTime& time_detected) {

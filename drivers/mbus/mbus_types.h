@@ -28,8 +28,27 @@ struct app_header {
     int configuration = 0;
 
     bool has_status() const { return kind != "none"; }
-    // Encryption mode M: bits 8-12 of the configuration word.
+    // Security (encryption) mode: bits 8-12 of the configuration word.
     int encryption_mode() const { return (configuration >> 8) & 0x1f; }
+    // True for the modes defined as encryption (DES-CBC 2 and 3, AES-CBC 4, 5 and 7,
+    // AES-CTR 8, AES-GCM 9, AES-CCM 10, TLS 13). Other non-zero modes are reserved or
+    // manufacturer specific and say nothing about the records: those are read as plain.
+    bool encrypted() const {
+        switch (encryption_mode()) {
+            case 2:
+            case 3:
+            case 4:
+            case 5:
+            case 7:
+            case 8:
+            case 9:
+            case 10:
+            case 13:
+                return true;
+            default:
+                return false;
+        }
+    }
 };
 
 // What a record's value means once decoded.
@@ -37,14 +56,18 @@ enum class value_kind { number, date, datetime, none };
 
 // What the VIF and its extensions say about a record.
 struct value_info {
-    QString quantity;  // quantity name, with the suffixes of combinable VIFEs
-    QString unit;      // base unit after scaling
-    int exponent = 0;  // power of ten applied to the raw number
+    QString quantity;   // quantity name, with the suffixes of VIFEs that change the dimension
+    QString qualifier;  // ".pos", ".lower_limit", ...: VIFEs that qualify the same quantity
+    QString unit;       // base unit after scaling
+    int exponent = 0;   // power of ten applied to the raw number
     double factor = 1;
     double offset = 0;  // added after scaling (Fahrenheit conversion)
     value_kind kind = value_kind::number;
     int record_error = 0;       // error code of a VIFE 0x00-0x1f, 0 = none
     bool manufacturer = false;  // manufacturer-specific VIF or VIFE: no standard meaning
+    // First VIF, extension or VIFE the driver cannot interpret ("unsupported VIFE 0x..,
+    // at byte n"); the record is skipped, its length still known from the DIF.
+    QString unsupported;
 };
 
 // One decoded data record.
@@ -62,12 +85,17 @@ struct record {
     // double for numbers, QString for text or binary (hex), QDateTime for dates;
     // invalid when the record carries no value.
     QVariant value;
+    // Why the record gives no value although it was read whole (unsupported VIF or VIFE,
+    // invalid BCD digit, ...), with the byte offset; empty when the record was understood.
+    QString skipped;
 
     bool numeric() const { return value.type() == QVariant::Double; }
 };
 
 struct decode_result {
-    QString status;  // "parsed", "encrypted" or "error: ..."
+    // "parsed", "parsed; <notes>", "encrypted" or "error: ...[; <notes>]"; the notes name
+    // the skipped records and an odd header.
+    QString status;
     app_header header;
     std::vector<record> records;
     QByteArray manufacturer_data;      // bytes after a 0x0f/0x1f marker

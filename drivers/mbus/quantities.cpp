@@ -15,13 +15,11 @@ const std::vector<quantity_entry>& quantity_table() {
     static const std::vector<quantity_entry> table = {
         // Primary VIF table.
         {"energy", "Wh", "energy", -big, big, true, true},
-        {"energy_j", "J", "energy in joule", -big, big, true, true},
         {"volume", "m3", "volume", -big, big, true, true},
         {"mass", "kg", "mass", -big, big, true, true},
         {"on_time", "s", "on time", 0, big, false, true},
         {"operating_time", "s", "operating time", 0, big, false, true},
         {"power", "W", "power", -big, big, true, true},
-        {"power_jh", "J/h", "power in joule per hour", -big, big, true, true},
         {"volume_flow", "m3/h", "volume flow", -big, big, true, true},
         {"mass_flow", "kg/h", "mass flow", -big, big, true, true},
         {"flow_temperature", "°C", "flow temperature", -273.15, 1000, true, true},

@@ -86,6 +86,9 @@ QJsonObject record_json(const record& r) {
     if (r.info.manufacturer) {
         o["manufacturer_specific"] = true;
     }
+    if (!r.skipped.isEmpty()) {
+        o["skipped"] = r.skipped;
+    }
     return o;
 }
 

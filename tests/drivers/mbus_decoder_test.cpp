@@ -251,6 +251,34 @@ TEST(MbusDecoder, EveryTableQuantityIsDocumentedWithItsUnit) {
     EXPECT_GT(found, 200);
 }
 
+TEST(MbusDecoder, SkippedRecordIsKeptInDataWithoutValue) {
+    // 0a 03 3a 12: BCD energy with the digit a at byte 3; then 01 16 07: volume 7 m3.
+    const mbus::decode_result r = mbus::decode(hex("780a033a12011607"));
+    ASSERT_EQ(r.records.size(), 2u);
+    const QJsonObject skipped = mbus::record_json(r.records[0]);
+    EXPECT_EQ(skipped["skipped"].toString(), "invalid BCD digit a, at byte 3");
+    EXPECT_EQ(skipped["data"].toString(), "3a12");
+    EXPECT_TRUE(skipped["value"].isNull());
+    EXPECT_FALSE(mbus::is_value(r.records[0]));
+    EXPECT_FALSE(mbus::record_json(r.records[1]).contains("skipped"));
+    EXPECT_EQ(r.records[1].value.toDouble(), 7);
+}
+
+TEST(MbusDecoder, QualifierStaysOutOfQuantityAndUnit) {
+    // 8b 3b: energy 10^3 J, positive contributions only; 0x0e10 = 3600 kJ = 1000 Wh.
+    const mbus::decode_result r = mbus::decode(hex("78028b3b100e"));
+    ASSERT_EQ(r.records.size(), 1u);
+    const QJsonObject o = mbus::record_json(r.records[0]);
+    EXPECT_EQ(o["quantity"].toString(), "energy");
+    EXPECT_EQ(o["unit"].toString(), "Wh");
+    EXPECT_EQ(o["obis_code"].toString(), "energy.pos");
+}
+
+TEST(MbusDecoder, JouleQuantitiesHaveNoNamesOfTheirOwn) {
+    EXPECT_EQ(mbus::find_quantity("energy_j"), nullptr);
+    EXPECT_EQ(mbus::find_quantity("power_jh"), nullptr);
+}
+
 TEST(MbusDecoder, RequiredQuantityNamesExist) {
     for (const char* name :
          {"energy", "volume", "mass", "power", "volume_flow", "mass_flow", "flow_temperature",
