@@ -15,11 +15,13 @@ const std::vector<quantity_entry>& quantity_table() {
     static const std::vector<quantity_entry> table = {
         // Primary VIF table.
         {"energy", "Wh", "energy", -big, big, true, true},
+        {"energy_j", "J", "energy in joule (now energy in Wh)", -big, big, true, true, true},
         {"volume", "m3", "volume", -big, big, true, true},
         {"mass", "kg", "mass", -big, big, true, true},
         {"on_time", "s", "on time", 0, big, false, true},
         {"operating_time", "s", "operating time", 0, big, false, true},
         {"power", "W", "power", -big, big, true, true},
+        {"power_jh", "J/h", "power in joule per hour (now power in W)", -big, big, true, true, true},
         {"volume_flow", "m3/h", "volume flow", -big, big, true, true},
         {"mass_flow", "kg/h", "mass flow", -big, big, true, true},
         {"flow_temperature", "°C", "flow temperature", -273.15, 1000, true, true},
@@ -107,7 +109,7 @@ const std::vector<quantity_entry>& quantity_table() {
 
 const quantity_entry* find_quantity(const QString& name) {
     for (const quantity_entry& q : quantity_table()) {
-        if (name == q.name) {
+        if (!q.retired && name == q.name) {
             return &q;
         }
     }
@@ -135,8 +137,12 @@ model::device_description device_description() {
         if (!q.is_value) {
             continue;
         }
+        const int this_number = number++;
+        if (q.retired) {
+            continue;
+        }
         model::device_parameter p;
-        p.number = number++;
+        p.number = this_number;
         p.comment = q.comment;
         p.name = q.name;
         p.unit = q.unit;

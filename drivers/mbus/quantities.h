@@ -17,6 +17,9 @@ struct quantity_entry {
     double max_value;
     bool primary;   // a main reading of a meter
     bool is_value;  // false: decoded into the message data only (dates)
+    // No longer produced (its quantity goes by another name now), but its parameter number
+    // stays taken, so that the numbers clients know keep their meaning.
+    bool retired = false;
 };
 
 const std::vector<quantity_entry>& quantity_table();
