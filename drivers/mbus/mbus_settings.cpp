@@ -29,14 +29,23 @@ bool is_reading(const QString& name) {
     return false;
 }
 
-// What a modem's read gives for a setting: the pending value marked as such, else the
-// confirmed (or client-kept) one.
-QJsonValue setting_value(const QJsonObject& settings, const QJsonObject& pending, const QString& name) {
+// What a modem's read gives for a setting: the pending value marked as such ("failed"
+// once its downlink timed out), else the confirmed (or client-kept) one.
+QJsonValue setting_value(const QJsonObject& settings, const QJsonObject& pending, const QString& name,
+                         interfaces::IMessagesDatabase* messages) {
     if (!pending.contains(name)) {
         return settings.value(name);
     }
     QJsonObject marked = pending.value(name).toObject();
-    marked["pending"] = true;
+    bool failed = false;
+    if (messages != nullptr) {
+        try {
+            failed = messages->dl().get(marked.value("db_id").toString()).dl_status == model::TIMEOUT;
+        } catch (const QString&) {
+            failed = true;  // the downlink expired from the store without a confirmation
+        }
+    }
+    marked[failed ? "failed" : "pending"] = true;
     if (settings.contains(name)) {
         marked["confirmed"] = settings.value(name);
     }
@@ -119,14 +128,15 @@ void MbusDriver::read_settings(QList<model::setting_result>& out, const QList<in
         if (names.isEmpty()) {
             QJsonObject all = stored;
             for (const QString& name : pending.keys()) {
-                all[name] = setting_value(stored, pending, name);
+                all[name] = setting_value(stored, pending, name, m_messages.get());
             }
             out << model::setting_result{modem, QString(), all.toVariantMap()};
             continue;
         }
         for (const QString& name : names) {
             // null when unknown
-            out << model::setting_result{modem, name, setting_value(stored, pending, name).toVariant()};
+            out << model::setting_result{modem, name,
+                                         setting_value(stored, pending, name, m_messages.get()).toVariant()};
         }
     }
 }

@@ -406,6 +406,15 @@ TEST_F(MbusDriverTest, WritableSettingIsPendingUntilAnUplinkReportsIt) {
     EXPECT_EQ(pending["db_id"].toString(), m_sent[0].db_id);
     EXPECT_EQ(read[1].value.toInt(), 900);  // kept for the client, not sent
 
+    // Its downlink timed out: the value reads as failed until it is written again.
+    m_messages->dl().set_status(m_sent[0].db_id, model::TIMEOUT);
+    read.clear();
+    m_driver->read_settings(read, {13}, {"bus_address"});
+    ASSERT_EQ(read.size(), 1);
+    EXPECT_TRUE(read[0].value.toMap()["failed"].toBool());
+    EXPECT_FALSE(read[0].value.toMap().contains("pending"));
+    m_messages->dl().set_status(m_sent[0].db_id, model::WAIT_DATA);
+
     model::ul_message other;
     m_driver->parse(uplink("78017a06", 13), other);
     EXPECT_FALSE(m_driver->controller(controller_event{other}));
