@@ -3,7 +3,9 @@
 #include <QJsonArray>
 #include <stdexcept>
 
+#include "calibration.h"
 #include "decoder.h"
+#include "dl_encoder.h"
 #include "eav.h"
 #include "model/query_bounds.h"
 #include "quantities.h"
@@ -33,15 +35,23 @@ QDateTime time_or_now(const QDateTime& t) {
 MbusDriver::MbusDriver(const mbus_driver_config& config,
                        std::shared_ptr<interfaces::IMessagesDatabase> messages,
                        std::shared_ptr<interfaces::IDriverState> state, interfaces::dl_sender send_dl,
-                       int ttl_seconds)
+                       int ttl_seconds, std::shared_ptr<interfaces::IEAVDatabase> eav)
     : m_config(config),
       m_messages(std::move(messages)),
       m_state(std::move(state)),
       m_send_dl(std::move(send_dl)),
-      m_ttl_seconds(ttl_seconds) {}
+      m_ttl_seconds(ttl_seconds),
+      m_eav(std::move(eav)) {}
 
 model::device_description MbusDriver::metadata(const QString&) {
-    return mbus::device_description();
+    model::device_description d = mbus::device_description();
+    for (model::device_description_entry& e : d) {
+        if (auto* p = std::get_if<model::device_parameter>(&e)) {
+            p->calib = true;  // every value can be calibrated, see calibration.h
+            p->write = mbus::writable_setting(p->name);
+        }
+    }
+    return d;
 }
 
 void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) {
@@ -71,38 +81,28 @@ void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) 
 }
 
 model::eav_list MbusDriver::explode(const model::ul_message& message) {
+    return explode_with(message, calib_of(message.modem_id));
+}
+
+QJsonObject MbusDriver::calib_of(int modem_id) const {
+    return m_state ? m_state->get(modem_id, "calib").toObject() : QJsonObject();
+}
+
+model::eav_list MbusDriver::explode_with(const model::ul_message& message, const QJsonObject& calib) const {
     mbus::message_context ctx;
     ctx.modem_id = message.modem_id;
     ctx.time_detected = time_or_now(message.time_detected);
     ctx.tag = message.tag.isEmpty() ? QString(tag) : message.tag;
     ctx.message_id = mbus::message_id(message.unique_id);
     ctx.ttl = ctx.time_detected.addSecs(m_ttl_seconds);
-    return mbus::to_eav(mbus::decode(message.payload), ctx);
-}
-
-QByteArray MbusDriver::encode_dl(const model::dl_message& message, const std::pair<QString, QString>&) {
-    return message.payload;  // a raw downlink: the bytes go to the meter as they are
-}
-
-bool MbusDriver::needs_dl_processing(const controller_event& event) {
-    return std::holds_alternative<model::dl_event>(event);
-}
-
-int MbusDriver::new_dl_status(const controller_event& event, const model::dl_message& message) {
-    const auto* report = std::get_if<model::dl_event>(&event);
-    if (report == nullptr) {
-        return message.dl_status;
+    model::eav_list records = mbus::to_eav(mbus::decode(message.payload), ctx);
+    const mbus::calibration calibration(calib);
+    for (model::eav_record& r : records) {
+        if (auto* v = std::get_if<model::dev_value>(&r)) {
+            calibration.apply(*v);
+        }
     }
-    if (report->msg_type == "dl_success") {
-        return model::EXECUTED;
-    }
-    if (report->msg_type == "dl_fault") {
-        return model::TIMEOUT;
-    }
-    if (report->msg_type == "dl_queued" || report->msg_type == "dl_inprocess") {
-        return model::WAIT_DATA;
-    }
-    return message.dl_status;
+    return records;
 }
 
 model::ul_message MbusDriver::redecode(const model::ul_message& stored) const {
@@ -154,14 +154,17 @@ void MbusDriver::extract_values(model::per_modem<model::dev_value>& out, const m
         }
         const size_t room = static_cast<size_t>(budget.next());
         std::vector<model::dev_value>& list = out[modem];
+        const QJsonObject calib = calib_of(modem);
         for (const model::ul_message& m : messages) {
-            for (const model::eav_record& r : explode(m)) {
+            // A calibrated value is found by its own tag or by its message's.
+            const QString message_tag = m.tag.isEmpty() ? QString(tag) : m.tag;
+            for (const model::eav_record& r : explode_with(m, calib)) {
                 const auto* v = std::get_if<model::dev_value>(&r);
                 if (v == nullptr || list.size() >= room) {
                     continue;
                 }
                 if ((query.obis_codes.isEmpty() || query.obis_codes.contains(v->obis_code)) &&
-                    (query.tag.isEmpty() || query.tag.contains(v->tag))) {
+                    (query.tag.isEmpty() || query.tag.contains(v->tag) || query.tag.contains(message_tag))) {
                     list.push_back(*v);
                 }
             }
@@ -184,7 +187,7 @@ void MbusDriver::extract_events(model::per_modem<model::dev_event>& out, const m
             if (!query.tag.isEmpty() && !query.tag.contains(message_tag)) {
                 continue;
             }
-            for (const model::eav_record& r : explode(m)) {
+            for (const model::eav_record& r : explode_with(m, QJsonObject())) {
                 const auto* e = std::get_if<model::dev_event>(&r);
                 if (e != nullptr && list.size() < room) {
                     list.push_back(*e);

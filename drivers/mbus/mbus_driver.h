@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 #include <memory>
+#include <set>
 
 #include "interfaces/factories.h"
 
@@ -24,7 +25,7 @@ public:
 
     MbusDriver(const mbus_driver_config& config, std::shared_ptr<interfaces::IMessagesDatabase> messages,
                std::shared_ptr<interfaces::IDriverState> state, interfaces::dl_sender send_dl,
-               int ttl_seconds);
+               int ttl_seconds, std::shared_ptr<interfaces::IEAVDatabase> eav = nullptr);
 
     QString type_name() const override { return m_config.protocol; }
     QString hw_pattern() const override { return m_config.hw_pattern; }
@@ -44,8 +45,8 @@ public:
     void extract_values(model::per_modem<model::dev_value>& out, const model::value_query& query) override;
     void extract_events(model::per_modem<model::dev_event>& out, const model::value_query& query) override;
     void extract_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) override;
-    bool controller(const controller_event& event) override { return false; }
-    QJsonObject custom_query(const model::custom_query& query) override { return {}; }
+    bool controller(const controller_event& event) override;
+    QJsonObject custom_query(const model::custom_query& query) override;
 
 private:
     // A stored message decoded again with this driver: data, parse status and tag renewed.
@@ -53,10 +54,22 @@ private:
     // The stored uplinks a value query covers.
     model::per_modem<model::ul_message> roll_for(const model::value_query& query) const;
     interfaces::IDriverState& state() const;
+    model::eav_list explode_with(const model::ul_message& message, const QJsonObject& calib) const;
+    QJsonObject calib_of(int modem_id) const;
+    // Settings the meter must confirm: a pending value is kept until an uplink reports it.
+    bool confirm_settings(const model::ul_message& uplink);
+    // Driver-built downlinks past their timeout become TIMEOUT.
+    bool time_out_downlinks();
+    void watch_downlinks(int modem_id, bool on);
+    QJsonObject last_values(const QList<int>& modems) const;
 
     mbus_driver_config m_config;
     std::shared_ptr<interfaces::IMessagesDatabase> m_messages;
     std::shared_ptr<interfaces::IDriverState> m_state;
     interfaces::dl_sender m_send_dl;
     int m_ttl_seconds;
+    std::shared_ptr<interfaces::IEAVDatabase> m_eav;
+    // Modems that have driver-built downlinks still open; read from the state once.
+    std::set<int> m_watched;
+    bool m_watch_loaded = false;
 };

@@ -19,8 +19,8 @@ void MbusDriverFactory::prepare(const interfaces::protocol_instance&,
 
 std::shared_ptr<interfaces::IDriver> MbusDriverFactory::create(
     const interfaces::protocol_instance&, std::shared_ptr<interfaces::IMessagesDatabase> messages,
-    std::shared_ptr<interfaces::IEAVDatabase>, std::shared_ptr<interfaces::IDriverState> state,
+    std::shared_ptr<interfaces::IEAVDatabase> eav, std::shared_ptr<interfaces::IDriverState> state,
     interfaces::dl_sender send_dl, int ttl_seconds, int) {
     return std::make_shared<MbusDriver>(m_config, std::move(messages), std::move(state), std::move(send_dl),
-                                        ttl_seconds);
+                                        ttl_seconds, std::move(eav));
 }

@@ -55,8 +55,16 @@ protected:
         m_state = db->create_state({}, &m_parent);
         const auto pairs = m_factory->supported(shipped_config());
         ASSERT_EQ(pairs.size(), 1);
-        m_driver = m_factory->create(pairs[0], m_messages, db->create_eav({}, &m_parent), m_state, nullptr,
-                                     ttl_seconds, 0);
+        m_eav = db->create_eav({}, &m_parent);
+        // The engine's DL sending in short: the driver builds the bytes, the message is stored.
+        auto send = [this](const model::dl_message& dl) {
+            model::dl_message stored = dl;
+            stored.payload = m_driver->encode_dl(dl, {"proto7", "wmbus"});
+            m_messages->dl().save(stored);
+            m_sent.push_back(stored);
+            return QJsonObject{{"ok", true}, {"bd_id", stored.db_id}};
+        };
+        m_driver = m_factory->create(pairs[0], m_messages, m_eav, m_state, send, ttl_seconds, 0);
         ASSERT_NE(m_driver, nullptr);
     }
 
@@ -73,8 +81,28 @@ protected:
     interfaces::IDriverFactory* m_factory = nullptr;
     std::shared_ptr<interfaces::IMessagesDatabase> m_messages;
     std::shared_ptr<interfaces::IDriverState> m_state;
+    std::shared_ptr<interfaces::IEAVDatabase> m_eav;
     std::shared_ptr<interfaces::IDriver> m_driver;
+    std::vector<model::dl_message> m_sent;
 };
+
+model::dl_message command(int modem, const QJsonObject& data, int timeout = 3600) {
+    model::dl_message dl;
+    dl.modem_id = modem;
+    dl.data = data;
+    dl.timeout = timeout;
+    dl.timestamp = QDateTime::currentDateTimeUtc();
+    dl.ttl = dl.timestamp.addSecs(86400);
+    return dl;
+}
+
+model::dl_event report(const char* type) {
+    model::dl_event e;
+    e.msg_type = type;
+    return e;
+}
+
+const controller_event tick = model::ul_message();
 
 TEST_F(MbusDriverTest, ShippedConfiguration) {
     const QJsonObject c = shipped_config();
@@ -194,7 +222,7 @@ TEST_F(MbusDriverTest, SettingsAreKeptInTheDriverState) {
 
 TEST_F(MbusDriverTest, CalibrationsAreKeptInTheDriverState) {
     m_driver->write_calibs(
-        {{6, {{"volume", "offset", 0.5}, {"volume", "gain", 1.02}, {"energy", "gain", 2}}}});
+        {{6, {{"volume", "offset", 0.5}, {"volume", "factor", 1.02}, {"energy", "factor", 2}}}});
     QList<model::calib_result> all;
     m_driver->read_calibs(all, {6}, {});
     EXPECT_EQ(all.size(), 3);
@@ -202,7 +230,7 @@ TEST_F(MbusDriverTest, CalibrationsAreKeptInTheDriverState) {
     m_driver->read_calibs(one, {6}, {"volume"});
     ASSERT_EQ(one.size(), 2);
     EXPECT_EQ(one[0].group, "volume");
-    EXPECT_EQ(one[0].name, "gain");
+    EXPECT_EQ(one[0].name, "factor");
     EXPECT_DOUBLE_EQ(one[0].value, 1.02);
 }
 
@@ -272,8 +300,8 @@ TEST_F(MbusDriverTest, MetadataDescribesQuantitiesEventsAndControls) {
     int controls = 0;
     for (const model::device_description_entry& e : d) {
         if (const auto* p = std::get_if<model::device_parameter>(&e)) {
-            EXPECT_FALSE(p->write);
-            EXPECT_FALSE(p->calib);
+            EXPECT_EQ(p->write, p->name == "bus_address") << p->name.toStdString();
+            EXPECT_TRUE(p->calib);
             EXPECT_LE(p->min_value, p->max_value);
             if (p->name == "volume") {
                 volume = true;
@@ -290,6 +318,181 @@ TEST_F(MbusDriverTest, MetadataDescribesQuantitiesEventsAndControls) {
     EXPECT_TRUE(volume);
     EXPECT_EQ(events, 8);
     EXPECT_EQ(controls, 1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(MbusDriverTest, CommandsAreEncodedFromTheData) {
+    // 2024-03-15 13:45 UTC as type F, worked out by hand: 2d 0d 0f 33.
+    const QByteArray bytes = m_driver->encode_dl(command(11, {{"cmd", "set_datetime"}, {"time", 1710510300}}),
+                                                 {"proto7", "wmbus"});
+    EXPECT_EQ(bytes.toHex(), "51046d2d0d0f33");
+    EXPECT_THROW(m_driver->encode_dl(command(11, {{"cmd", "open"}}), {"proto7", "wmbus"}),
+                 std::invalid_argument);
+    // Data without a command: the payload as it is.
+    model::dl_message plain = command(11, {{"raw_payload", "0a0b"}});
+    plain.payload = QByteArray::fromHex("0a0b");
+    EXPECT_EQ(m_driver->encode_dl(plain, {"proto7", "wmbus"}), plain.payload);
+}
+
+TEST_F(MbusDriverTest, CommandStatusesFollowReportsAndConfirmingUplinks) {
+    const model::dl_message clock = command(11, {{"cmd", "set_datetime"}, {"time", 1710510300}});
+    const model::dl_message address = command(11, {{"cmd", "set_primary_address"}, {"address", 5}});
+    m_driver->encode_dl(clock, {"proto7", "wmbus"});
+    EXPECT_EQ(m_driver->new_dl_status(report("dl_queued"), clock), model::PENDING);
+    EXPECT_EQ(m_driver->new_dl_status(report("dl_inprocess"), clock), model::PENDING);
+    EXPECT_EQ(m_driver->new_dl_status(report("dl_success"), clock), model::EXECUTED);
+    EXPECT_EQ(m_driver->new_dl_status(report("dl_fault"), clock), model::TIMEOUT);
+    EXPECT_EQ(m_driver->new_dl_status(report("dl_success"), address), model::WAIT_DATA);
+
+    // An open command makes the modem's uplinks worth a look.
+    model::ul_message reports_5;
+    m_driver->parse(uplink("78017a05", 11), reports_5);  // bus_address 5
+    model::ul_message reports_6;
+    m_driver->parse(uplink("78017a06", 11), reports_6);
+    EXPECT_TRUE(m_driver->needs_dl_processing(controller_event{reports_5}));
+    model::dl_message delivered = address;
+    delivered.dl_status = model::WAIT_DATA;
+    EXPECT_EQ(m_driver->new_dl_status(controller_event{reports_6}, delivered), model::WAIT_DATA);
+    EXPECT_EQ(m_driver->new_dl_status(controller_event{reports_5}, delivered), model::EXECUTED);
+    EXPECT_EQ(m_driver->new_dl_status(controller_event{reports_5}, address),
+              model::PENDING);  // not yet delivered
+    EXPECT_EQ(m_driver->new_dl_status(controller_event{reports_5}, clock), model::PENDING);
+}
+
+TEST_F(MbusDriverTest, ControllerTimesOutCommandsPastTheirTimeout) {
+    model::dl_message late = command(12, {{"cmd", "application_reset"}}, 10);
+    late.timestamp = QDateTime::currentDateTimeUtc().addSecs(-100);
+    model::dl_message in_time = command(12, {{"cmd", "application_reset"}}, 3600);
+    in_time.timestamp = late.timestamp;
+    model::dl_message plain = command(12, {{"raw_payload", "00"}}, 10);  // the engine's own business
+    plain.timestamp = late.timestamp;
+    for (model::dl_message* m : {&late, &in_time, &plain}) {
+        m->payload = m_driver->encode_dl(*m, {"proto7", "wmbus"});
+        m_messages->dl().save(*m);
+    }
+    EXPECT_TRUE(m_driver->controller(tick));
+    EXPECT_EQ(m_messages->dl().get(late.db_id).dl_status, model::TIMEOUT);
+    EXPECT_EQ(m_messages->dl().get(in_time.db_id).dl_status, model::PENDING);
+    EXPECT_EQ(m_messages->dl().get(plain.db_id).dl_status, model::PENDING);
+    model::ul_message any;
+    any.modem_id = 12;
+    EXPECT_TRUE(m_driver->needs_dl_processing(controller_event{any}));
+
+    // Once nothing is open the modem is no longer watched.
+    m_messages->dl().set_status(in_time.db_id, model::EXECUTED);
+    m_driver->controller(tick);
+    EXPECT_FALSE(m_driver->needs_dl_processing(controller_event{any}));
+    EXPECT_FALSE(m_driver->controller(tick));
+}
+
+TEST_F(MbusDriverTest, WritableSettingIsPendingUntilAnUplinkReportsIt) {
+    m_driver->write_settings({{13,
+                               {model::setting_item{"bus_address", QJsonDocument(), QVariant(5)},
+                                model::setting_item{"interval", QJsonDocument(), QVariant(900)}}}});
+    ASSERT_EQ(m_sent.size(), 1u);
+    EXPECT_EQ(m_sent[0].modem_id, 13);
+    EXPECT_EQ(m_sent[0].payload.toHex(), "51017a05");
+    EXPECT_EQ(m_sent[0].timeout, 86400);
+
+    QList<model::setting_result> read;
+    m_driver->read_settings(read, {13}, {"bus_address", "interval"});
+    ASSERT_EQ(read.size(), 2);
+    const QVariantMap pending = read[0].value.toMap();
+    EXPECT_EQ(pending["value"].toInt(), 5);
+    EXPECT_TRUE(pending["pending"].toBool());
+    EXPECT_EQ(pending["db_id"].toString(), m_sent[0].db_id);
+    EXPECT_EQ(read[1].value.toInt(), 900);  // kept for the client, not sent
+
+    // Its downlink timed out: the value reads as failed until it is written again.
+    m_messages->dl().set_status(m_sent[0].db_id, model::TIMEOUT);
+    read.clear();
+    m_driver->read_settings(read, {13}, {"bus_address"});
+    ASSERT_EQ(read.size(), 1);
+    EXPECT_TRUE(read[0].value.toMap()["failed"].toBool());
+    EXPECT_FALSE(read[0].value.toMap().contains("pending"));
+    m_messages->dl().set_status(m_sent[0].db_id, model::WAIT_DATA);
+
+    model::ul_message other;
+    m_driver->parse(uplink("78017a06", 13), other);
+    EXPECT_FALSE(m_driver->controller(controller_event{other}));
+    model::ul_message confirming;
+    m_driver->parse(uplink("78017a05", 13), confirming);
+    EXPECT_TRUE(m_driver->controller(controller_event{confirming}));
+    read.clear();
+    m_driver->read_settings(read, {13}, {"bus_address"});
+    ASSERT_EQ(read.size(), 1);
+    EXPECT_EQ(read[0].value.toInt(), 5);
+    EXPECT_FALSE(read[0].value.toMap().contains("pending"));
+}
+
+TEST_F(MbusDriverTest, BadSettingsAreRefusedBeforeAnythingIsSent) {
+    EXPECT_THROW(m_driver->write_settings({{13, {model::setting_item{"bus_address", QJsonDocument(), 300}}}}),
+                 std::invalid_argument);
+    EXPECT_THROW(m_driver->write_settings({{13,
+                                            {model::setting_item{"interval", QJsonDocument(), 1},
+                                             model::setting_item{"volume", QJsonDocument(), 1}}}}),
+                 std::invalid_argument);
+    EXPECT_TRUE(m_sent.empty());
+    EXPECT_TRUE(m_state->get(13, "settings").toObject().isEmpty());
+}
+
+TEST_F(MbusDriverTest, CalibrationAppliesLiveAndOnExtract) {
+    m_driver->write_calibs({{14, {{"volume", "factor", 2}, {"volume", "offset", 0.5}}}});
+    EXPECT_THROW(m_driver->write_calibs({{14, {{"volume", "gain", 2}}}}), std::invalid_argument);
+    const model::ul_message stored =
+        store(uplink("78041339300000", 14, QDateTime::currentSecsSinceEpoch() - 10));
+    const model::eav_list live = m_driver->explode(stored);
+    ASSERT_EQ(live.size(), 1u);
+    const auto& v = std::get<model::dev_value>(live.front());
+    EXPECT_DOUBLE_EQ(v.value.toDouble(), 25.19);  // 12.345 * 2 + 0.5
+    EXPECT_EQ(v.tag, "mbus.calibrated");
+
+    model::value_query q;
+    q.modem_id = {14};
+    q.from = QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
+    q.to = QDateTime::currentDateTimeUtc();
+    q.tag = QStringList{"mbus"};
+    model::per_modem<model::dev_value> values;
+    m_driver->extract_values(values, q);
+    ASSERT_EQ(values[14].size(), 1u);
+    EXPECT_DOUBLE_EQ(values[14][0].value.toDouble(), 25.19);
+
+    QList<model::calib_result> read;
+    m_driver->read_calibs(read, {14}, {"volume"});
+    EXPECT_EQ(read.size(), 2);
+}
+
+TEST_F(MbusDriverTest, CustomRequestsLastValuesAndState) {
+    const QDateTime t0 = QDateTime::currentDateTimeUtc().addSecs(-100);
+    QList<model::dev_value> values;
+    for (int i = 0; i < 3; ++i) {
+        model::dev_value v;
+        v.modem_id = 15;
+        v.obis_code = i < 2 ? "volume" : "energy";
+        v.value = 10.0 + i;
+        v.timestamp = t0.addSecs(i);
+        v.tag = "mbus";
+        v.ttl = t0.addSecs(86400);
+        values << v;
+    }
+    m_eav->records().save_values(values);
+    model::custom_query q;
+    q.type = "last_values";
+    q.modem_id = {15};
+    const QJsonObject last = m_driver->custom_query(q)["15"].toObject();
+    EXPECT_EQ(last.keys(), QStringList({"energy", "volume"}));
+    EXPECT_EQ(last["volume"].toObject()["value"].toDouble(), 11.0);
+    EXPECT_EQ(last["energy"].toObject()["value"].toDouble(), 12.0);
+
+    m_driver->write_calibs({{15, {{"volume", "factor", 3}}}});
+    q.type = "state";
+    EXPECT_EQ(m_driver->custom_query(q)["15"].toObject()["calib"].toObject()["volume"].toObject()["factor"],
+              3);
+    q.type = "nonsense";
+    EXPECT_THROW(m_driver->custom_query(q), std::invalid_argument);
 }
 
 }  // namespace

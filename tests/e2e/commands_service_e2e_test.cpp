@@ -289,7 +289,7 @@ TEST_P(ServiceCommands, GetMetadataPerModemFromTheApplicationFileOrTheDriver) {
     EXPECT_EQ(volume.value("name").toString(), "volume");
     EXPECT_EQ(volume.value("unit").toString(), "m3");
     EXPECT_EQ(volume.value("write"), QJsonValue(false));
-    EXPECT_EQ(volume.value("calib"), QJsonValue(false));
+    EXPECT_EQ(volume.value("calib"), QJsonValue(true));  // every value can be calibrated
     EXPECT_EQ(volume.value("mul").toDouble(), 1.0);
     EXPECT_EQ(volume.value("div").toDouble(), 1.0);
     const QJsonObject power_low = description.value("event4").toObject();
