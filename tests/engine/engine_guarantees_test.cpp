@@ -131,7 +131,7 @@ TEST_F(EngineGuarantees, AQueuedDownlinkLeavesOnlyAfterItsRecordIsCommitted) {
     };
     m_engine->onUlReceived(uplink(77), 1);
     Q_EMIT m_receiver->drained();
-    QTest::qWaitFor([&] { return !m_api->m_sent.empty(); }, 1000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !m_api->m_sent.empty(); }, 1000));
 
     ASSERT_EQ(m_api->m_sent.size(), 1u);
     EXPECT_EQ(m_api->m_sent[0].type, "dl");
