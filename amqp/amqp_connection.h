@@ -61,6 +61,9 @@ public:
     void set_write_timeout(int ms);
     void set_rpc_timeout(int ms);
     void set_ca_cert_file(const QString& path);  // amqps: verify the broker against this CA
+    // Every publication on this connection carries this user_id property (empty: none).
+    // The broker refuses one that is not the connection's own user.
+    void set_user_id(const QString& user) { m_user_id = user; }
     void set_auto_reconnect(bool on);
     // What to set up before the link is handed over; applies from the next attempt on.
     void set_plan(const link_plan& plan) { m_plan = plan; }
@@ -152,6 +155,7 @@ private:
     QString m_raw_url;
     QString m_vhost_override;
     QString m_ca_cert_file;
+    QString m_user_id;
     int m_heartbeat_s = default_heartbeat_s;
     int m_negotiated_heartbeat = 0;
     int m_write_timeout_ms = default_write_timeout_ms;

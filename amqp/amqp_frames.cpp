@@ -32,6 +32,10 @@ void connection::handle_frame(const amqp_frame_t& frame) {
             if (props && (props->_flags & AMQP_BASIC_HEADERS_FLAG)) {
                 it->msg.headers = read_table(props->headers);
             }
+            if (props && (props->_flags & AMQP_BASIC_USER_ID_FLAG)) {
+                it->msg.user_id = QString::fromUtf8(static_cast<const char*>(props->user_id.bytes),
+                                                    int(props->user_id.len));
+            }
             it->msg.payload.reserve(int(it->body_size));
             if (it->body_size == 0) {
                 finish_delivery(channel);

@@ -16,6 +16,9 @@ struct message {
     QString routing_key;
     QString consumer_tag;
     QString content_type;
+    // The publisher's user as the broker checked it (RabbitMQ refuses a user_id that is
+    // not the publishing connection's user); empty when the publisher left it out.
+    QString user_id;
     // The headers table; nested tables are QVariantMap, arrays QVariantList (see
     // amqp_fields.h). A dead-lettered message has its history under "x-death".
     QVariantHash headers;

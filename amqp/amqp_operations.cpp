@@ -222,6 +222,11 @@ bool connection::publish(uint16_t channel, const QString& exchange, const QByteA
         props._flags = AMQP_BASIC_CONTENT_TYPE_FLAG;
         props.content_type = bytes_of(type);
     }
+    const QByteArray user = m_user_id.toUtf8();
+    if (!user.isEmpty()) {
+        props._flags |= AMQP_BASIC_USER_ID_FLAG;
+        props.user_id = bytes_of(user);
+    }
     const QByteArray exchange_name = exchange.toUtf8();
     cork();
     int status = 0;

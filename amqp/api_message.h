@@ -11,6 +11,9 @@ struct api_message {
     QString msg_type;
     QString sender;
     QJsonDocument data;  // object or array; null for anything else
+    // Not part of the envelope: the publisher's user as the broker vouches for it (the
+    // delivery's user_id property); empty when the publisher gave none.
+    QString user_id;
 
     static api_message from_json(const QJsonObject& envelope);
 };

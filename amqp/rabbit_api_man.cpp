@@ -82,6 +82,9 @@ struct rabbit_api_man::impl {
     void handle_command(const api_message& message, uint64_t tag, bool redelivered);
     // Counts the runs of a command; false when it has run twice already.
     bool may_run(const api_message& message, bool redelivered);
+    // True when the command was refused (and so answered and settled).
+    bool refused(const api_message& message, uint64_t tag);
+    void reply(const api_message& message, const QJsonObject& result);
 
     logger& log;
     rabbit_api_config cfg;
@@ -92,6 +95,7 @@ struct rabbit_api_man::impl {
     rabbit_publisher_impl* publisher = nullptr;
     handling_gate* gate = nullptr;
     unit_runner runner;
+    access_check may_access;
     // Runs per command id, of the most recent commands: a command whose settlement was
     // lost twice (each time with its connection) is not run a third time.
     std::map<QUuid, int> runs;
@@ -124,6 +128,10 @@ void rabbit_api_man::set_gate(handling_gate* gate) {
 
 void rabbit_api_man::set_unit_runner(unit_runner runner) {
     m_impl->runner = std::move(runner);
+}
+
+void rabbit_api_man::set_access_check(access_check check) {
+    m_impl->may_access = std::move(check);
 }
 
 QString rabbit_api_man::reply_key() const {
@@ -191,19 +199,23 @@ void rabbit_api_man::impl::timed_out(const QUuid& id) {
 
 void rabbit_api_man::listen(QJsonObject json, uint64_t message_tag) {
     // Read now: the receiver tells of the delivery it has just signalled.
-    serve(json, message_tag, m_impl->receiver->redelivered(message_tag));
+    serve(json, message_tag, m_impl->receiver->redelivered(message_tag),
+          m_impl->receiver->user_id(message_tag));
 }
 
-void rabbit_api_man::serve(const QJsonObject& json, uint64_t message_tag, bool redelivered) {
+void rabbit_api_man::serve(const QJsonObject& json, uint64_t message_tag, bool redelivered,
+                           const QString& user_id) {
     auto& d = *m_impl;
     if (d.gate && d.gate->busy()) {
-        d.gate->when_free(this,
-                          [this, json, message_tag, redelivered] { serve(json, message_tag, redelivered); });
+        d.gate->when_free(this, [this, json, message_tag, redelivered, user_id] {
+            serve(json, message_tag, redelivered, user_id);
+        });
         return;
     }
     handling_gate::entry in(d.gate);
     try {
-        const api_message message = api_message::from_json(json);
+        api_message message = api_message::from_json(json);
+        message.user_id = user_id;
         if (message.msg_type == response_type) {
             d.handle_response(message, message_tag);
         } else {
@@ -268,7 +280,36 @@ bool rabbit_api_man::impl::may_run(const api_message& message, bool redelivered)
     return true;
 }
 
+bool rabbit_api_man::impl::refused(const api_message& message, uint64_t tag) {
+    if (!may_access || may_access(message)) {
+        return false;
+    }
+    // Never the body: it may hold what the sender must not see logged.
+    log_line(log, Warning) << "command " << message.msg_type << " from user \""
+                           << (message.user_id.isEmpty() ? QStringLiteral("(none)") : message.user_id)
+                           << "\" refused: not allowed; sender key \"" << message.sender << "\"";
+    QJsonObject forbidden;
+    forbidden.insert("status", "forbidden");
+    reply(message, forbidden);
+    receiver->ack_message(tag, false);
+    return true;
+}
+
+void rabbit_api_man::impl::reply(const api_message& message, const QJsonObject& result) {
+    if (message.sender.isEmpty()) {
+        return;
+    }
+    QJsonObject response;
+    response.insert("msg_type", response_type);
+    response.insert("cmd_id", message.cmd_id.toString());
+    response.insert("data", result);
+    publisher->publish_string(compact(response), message.sender.toLatin1(), mime_type);
+}
+
 void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t tag, bool redelivered) {
+    if (refused(message, tag)) {
+        return;
+    }
     if (!may_run(message, redelivered)) {
         // Twice its connection was lost before it could be settled (a poison command that
         // outlasts the link): a third run would only do the same.
@@ -285,12 +326,6 @@ void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t t
     // The reply and the acknowledgement go out only once the command's writes are stored.
     QJsonObject result;
     run_unit([&] { result = handler->execute(message); });
-    if (!message.sender.isEmpty()) {
-        QJsonObject response;
-        response.insert("msg_type", response_type);
-        response.insert("cmd_id", message.cmd_id.toString());
-        response.insert("data", result);
-        publisher->publish_string(compact(response), message.sender.toLatin1(), mime_type);
-    }
+    reply(message, result);
     receiver->ack_message(tag, false);
 }

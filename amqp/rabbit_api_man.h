@@ -37,6 +37,10 @@ public:
     void set_gate(handling_gate* gate);
     // Without a runner the work runs as it is.
     void set_unit_runner(unit_runner runner);
+    // Decides whether a command may run for its sender; a command it refuses is answered
+    // {"status": "forbidden"}, acknowledged and logged once. Without a check all may run.
+    using access_check = std::function<bool(const api_message& command)>;
+    void set_access_check(access_check check);
 
     // The routing key this service puts into "sender".
     QString reply_key() const;
@@ -51,7 +55,7 @@ public Q_SLOTS:
     virtual void send_cmd_forward(QString type, QJsonObject data, QString routeKey);
 
 private:
-    void serve(const QJsonObject& json, uint64_t message_tag, bool redelivered);
+    void serve(const QJsonObject& json, uint64_t message_tag, bool redelivered, const QString& user_id);
 
     struct impl;
     std::unique_ptr<impl> m_impl;

@@ -171,6 +171,11 @@ bool rabbit_receiver::redelivered(uint64_t delivery_tag) const {
     return last.delivery_tag == delivery_tag && last.redelivered;
 }
 
+QString rabbit_receiver::user_id(uint64_t delivery_tag) const {
+    const amqp::message& last = m_impl->last_message;
+    return last.delivery_tag == delivery_tag ? last.user_id : QString();
+}
+
 void rabbit_receiver::flush_settlements() {
     m_impl->client->flush_writes();
 }

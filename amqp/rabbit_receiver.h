@@ -34,6 +34,9 @@ public:
     // Whether the delivery with this tag, the last one signalled, came again after its
     // first delivery could not be settled (a connection lost before the acknowledgement).
     bool redelivered(uint64_t delivery_tag) const;
+    // The user the broker vouches for as the publisher of that delivery (its user_id
+    // property); empty when the publisher did not give one.
+    QString user_id(uint64_t delivery_tag) const;
     // Sends acknowledgements and rejections made so far now, instead of when control
     // returns to the event loop.
     void flush_settlements();

@@ -6,6 +6,7 @@
 #include "amqp/rabbit_api_man.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
+#include "commands/command_access.h"
 #include "commands/command_context.h"
 #include "commands/command_factory.h"
 #include "engine/Engiene.h"
@@ -90,6 +91,13 @@ std::unique_ptr<QObject> compose_service(const startup_records& records) {
     auto publisher =
         std::make_unique<rabbit_publisher<rabbit_publisher_clients_config>>(log, records.clients);
     auto api = std::make_unique<rabbit_api_man>(log, records.api, make_command_factory(context));
+    const command_access access(records.api);
+    if (access.restricted()) {
+        log_line(log, Info) << "commands are authorized by user: read \"" << records.api.allow_read
+                            << "\", write \"" << records.api.allow_write << "\", admin \""
+                            << records.api.allow_admin << "\"";
+        api->set_access_check([access](const api_message& command) { return access.permits(command); });
+    }
 
     auto engine = std::make_unique<Engiene>(make_driver_builder(plugins), records.engine, context->messages,
                                             context->eav, context->clients, context->state,

@@ -162,6 +162,9 @@ rabbit_api_config load_api_config(QSettings& settings, logger* log) {
     config.prefetch = 1;
     config.arguments = load_queue_arguments(settings, log);
     load_link_keys(settings, config);
+    config.allow_read = text_value(settings, "R_ALLOW_READ", "*");
+    config.allow_write = text_value(settings, "R_ALLOW_WRITE", "*");
+    config.allow_admin = text_value(settings, "R_ALLOW_ADMIN", "*");
     return config;
 }
 

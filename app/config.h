@@ -87,6 +87,11 @@ struct rabbit_api_config {
     QString exchange_cmd;
     int32_t heartbeat = 10;
     QString ca_cert;
+    // Who may run read, write and admin commands: user names separated by commas, or
+    // "*" for everyone (the default); checked against each command's user_id.
+    QString allow_read = QStringLiteral("*");
+    QString allow_write = QStringLiteral("*");
+    QString allow_admin = QStringLiteral("*");
 };
 
 // Loaders: each reads one INI group; a missing key takes its default silently.

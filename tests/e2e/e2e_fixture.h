@@ -88,10 +88,10 @@ protected:
 
     // Publishes an envelope and returns the whole response with its cmd_id, or an empty
     // object (and a failure) when none came.
-    QJsonObject exchange(const QJsonObject& envelope) {
+    QJsonObject exchange(const QJsonObject& envelope, sender* via = nullptr) {
         const size_t before = m_replies->messages().size();
         const QString cmd_id = envelope.value("cmd_id").toString();
-        m_sender->publish(m_service.command_key(), envelope);
+        (via ? *via : *m_sender).publish(m_service.command_key(), envelope);
         const auto answered = [&] {
             for (size_t i = before; i < m_replies->messages().size(); ++i) {
                 if (m_replies->messages()[i].json().value("cmd_id").toString() == cmd_id) {

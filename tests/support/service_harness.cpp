@@ -1,11 +1,14 @@
 #include "service_harness.h"
 
+#include "amqp/amqp_connection.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QTextStream>
 #include <QThread>
+#include <QUrl>
 #include <QUuid>
 #include <csignal>
 
@@ -168,10 +171,13 @@ bool probe::wait_for(size_t count, int timeout_ms) {
     return wait_until([this, count] { return m_messages.size() >= count; }, timeout_ms);
 }
 
-sender::sender(logger& log) {
+sender::sender(logger& log, const QString& url, bool stamp_user) {
     rabbit_publisher_config cfg;
-    cfg.url = broker_url();
+    cfg.url = url.isEmpty() ? broker_url() : url;
     m_publisher = std::make_unique<rabbit_publisher_impl>(log, cfg);
+    if (stamp_user) {
+        m_publisher->transport().set_user_id(QUrl(cfg.url).userName());
+    }
 }
 
 sender::~sender() = default;

@@ -90,10 +90,11 @@ private:
     std::vector<received> m_messages;
 };
 
-// Publishes JSON to norvik.api on the private broker.
+// Publishes JSON to norvik.api on the private broker, as the URL's user (the default
+// broker URL when empty); with `stamp_user` every message carries that user as user_id.
 class sender {
 public:
-    explicit sender(logger& log);
+    explicit sender(logger& log, const QString& url = QString(), bool stamp_user = false);
     ~sender();
     bool wait_ready(int timeout_ms = 15000);
     void publish(const QString& routing_key, const QJsonObject& message);

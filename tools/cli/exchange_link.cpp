@@ -4,6 +4,7 @@
 #include <QUuid>
 
 #include "amqp/amqp_connection.h"
+#include "amqp/amqp_url.h"
 
 namespace tool {
 
@@ -37,6 +38,9 @@ exchange_link::exchange_link(logger& log, const link_settings& settings, QObject
     publisher.vhost = settings.vhost;
     publisher.exchange = settings.exchange;
     m_publisher = std::make_unique<rabbit_publisher_impl>(log, publisher);
+    // Commands carry the user they are sent as (the broker checks it), so a service that
+    // authorizes commands knows who asks.
+    m_publisher->transport().set_user_id(amqp::url_parts::parse(settings.url).user);
 
     m_probe_timer.setInterval(probe_interval_ms);
     connect(&m_probe_timer, &QTimer::timeout, this, &exchange_link::send_probe);
