@@ -34,6 +34,18 @@ model::dl_message SendDownlinkMessage::read_request(const QJsonObject& body) con
     return request;
 }
 
+QJsonObject SendDownlinkMessage::send_to_modem(const model::dl_message& request) const {
+    try {
+        return m_context->engine->send_downlink(request);
+    } catch (const downlink_refused& e) {
+        // Only this modem's downlink could not be built; store failures still end the command.
+        const QString why = QString::fromStdString(e.what());
+        handler_support::log_error(*m_context,
+                                   QString("send_dl_msg: modem %1: %2").arg(request.modem_id).arg(why));
+        return QJsonObject{{"ok", false}, {"error", why}};
+    }
+}
+
 QJsonObject SendDownlinkMessage::send_to_modems(model::dl_message request, const QJsonObject& body) const {
     const QList<int> modems = query_readers::owned_modem_ids(body.value("modem_id"), *m_context);
     if (!modems.isEmpty() && !m_context->engine) {
@@ -42,7 +54,7 @@ QJsonObject SendDownlinkMessage::send_to_modems(model::dl_message request, const
     keyed_reply reply;
     for (int id : modems) {
         request.modem_id = id;
-        reply.insert(id, m_context->engine->send_downlink(request));
+        reply.insert(id, send_to_modem(request));
     }
     return reply.take();
 }

@@ -17,6 +17,7 @@ public:
 
 private:
     model::dl_message read_request(const QJsonObject& body) const;
+    QJsonObject send_to_modem(const model::dl_message& request) const;
     QJsonObject send_to_modems(model::dl_message request, const QJsonObject& body) const;
 
     std::shared_ptr<command_context> m_context;

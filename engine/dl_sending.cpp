@@ -2,6 +2,8 @@
 
 #include <QDateTime>
 
+#include "engine/engine_services.h"
+
 namespace dl_sending {
 
 namespace {
@@ -81,7 +83,15 @@ QJsonObject send_driver_built(model::dl_message message, interfaces::IDriver& dr
                               interfaces::IDeviceClientsDatabase& clients, command_sender& sender,
                               uint32_t ttl_seconds) {
     const auto device = device_of(message.modem_id, messages, clients);
-    const QString payload_text = splice_placeholders(driver.encode_dl(message, device));
+    QByteArray encoded;
+    try {
+        encoded = driver.encode_dl(message, device);
+    } catch (const std::exception& e) {
+        throw downlink_refused(e.what());
+    } catch (const QString& text) {
+        throw downlink_refused(text.toStdString());
+    }
+    const QString payload_text = splice_placeholders(encoded);
     message.payload = QByteArray::fromHex(payload_text.toLatin1());
     message.ttl = QDateTime::currentDateTimeUtc().addSecs(ttl_seconds);
     message.protocol = driver.type_name();

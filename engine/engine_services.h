@@ -3,14 +3,24 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <stdexcept>
+
 #include "model/records.h"
+
+// The driver could not build a downlink for one modem (an unknown command, a bad
+// argument): nothing was stored or sent for it, and other modems are not concerned.
+class downlink_refused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 // What the engine offers to command handlers: downlink sending, publication to the
 // clients of a modem, and commands to the network server.
 class IEngineServices {
 public:
     virtual ~IEngineServices() = default;
-    // Driver-built downlink sending; returns {"ok": true, "bd_id": ...}.
+    // Driver-built downlink sending; returns {"ok": true, "bd_id": ...}. Throws
+    // downlink_refused when the driver cannot encode the message.
     virtual QJsonObject send_downlink(const model::dl_message& message) = 0;
     // Publishes one record to one client. `stored` supplies the hardware type of the key.
     virtual void publish_record(const model::ul_message& stored, const model::eav_record& record,

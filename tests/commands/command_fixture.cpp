@@ -22,6 +22,12 @@ QJsonObject FakeDriver::custom_query(const model::custom_query& query) {
 }
 
 QJsonObject FakeEngine::send_downlink(const model::dl_message& message) {
+    if (refused.count(message.modem_id)) {
+        throw downlink_refused("mbus downlink: \"address\" must be 0 to 250");
+    }
+    if (store_down) {
+        throw std::runtime_error("database is locked");
+    }
     sent.push_back(message);
     model::dl_message stored = message;
     m_messages->dl().save(stored);

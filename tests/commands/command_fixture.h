@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "amqp/api_message.h"
@@ -56,6 +57,10 @@ public:
     void send_command(const QString&, const QJsonObject&, const QString&) override {}
 
     std::vector<model::dl_message> sent;
+    // Modems whose downlink the driver cannot build.
+    std::set<int> refused;
+    // The store fails on every save.
+    bool store_down = false;
 
 private:
     std::shared_ptr<interfaces::IMessagesDatabase> m_messages;

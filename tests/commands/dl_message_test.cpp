@@ -61,6 +61,26 @@ TEST(SendDownlinkMessage, EachOwnModemIsSentInOrderUnderItsId) {
     EXPECT_NE(reply.value("1").toObject().value("bd_id"), reply.value("2").toObject().value("bd_id"));
 }
 
+TEST(SendDownlinkMessage, ARefusedModemGetsItsErrorAndTheOthersAreSent) {
+    CommandFixture f;
+    f.engine->refused = {2};
+    const QJsonObject body{{"modem_id", QJsonArray{2, 1}}, {"data", QJsonObject{{"cmd", "x"}}}};
+    const QJsonObject reply = f.run("send_dl_msg", body);
+    EXPECT_EQ(reply.keys(), (QStringList{"1", "2"}));
+    EXPECT_EQ(reply.value("2").toObject(),
+              (QJsonObject{{"ok", false}, {"error", "mbus downlink: \"address\" must be 0 to 250"}}));
+    EXPECT_EQ(reply.value("1").toObject().value("ok"), QJsonValue(true));
+    ASSERT_EQ(f.engine->sent.size(), 1u);
+    EXPECT_EQ(f.engine->sent[0].modem_id, 1);
+}
+
+TEST(SendDownlinkMessage, AStoreFailureStillEndsTheWholeCommand) {
+    CommandFixture f;
+    f.engine->store_down = true;
+    const QJsonObject body{{"modem_id", QJsonArray{2, 1}}, {"data", QJsonObject{{"cmd", "x"}}}};
+    EXPECT_THROW(f.run("send_dl_msg", body), std::exception);
+}
+
 TEST(SendDownlinkMessage, StatusOutsideZeroToThreeIsStoredAsPendingAndLogged) {
     CommandFixture f;
     QJsonObject body{{"modem_id", QJsonArray{1}}, {"data", QJsonObject{{"cmd", "open"}}}, {"status", 7}};

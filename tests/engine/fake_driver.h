@@ -18,6 +18,7 @@ public:
     int m_throw_for_modem = -1;
     int m_explode_throws_for_modem = -1;  // after the stored message has been saved
     QByteArray m_dl_bytes;
+    QString m_encode_error;  // non-empty: encode_dl throws it as a standard exception
     int m_controller_calls = 0;
     bool m_controller_result = false;
     bool m_controller_throws = false;
@@ -51,6 +52,9 @@ public:
     void write_calibs(const std::map<int, QList<model::calib_item>>&) override {}
     void read_calibs(QList<model::calib_result>&, const QList<int>&, const QStringList&) override {}
     QByteArray encode_dl(const model::dl_message&, const std::pair<QString, QString>&) override {
+        if (!m_encode_error.isEmpty()) {
+            throw std::invalid_argument(m_encode_error.toStdString());
+        }
         return m_dl_bytes;
     }
     bool needs_dl_processing(const controller_event&) override { return m_needs_dl; }

@@ -77,6 +77,27 @@ TEST_F(EngineFixture, RawDownlinkIsStoredAndSentToTheNetworkServer) {
     EXPECT_EQ(messages()->dl().get(id).modem_id, 77);
 }
 
+TEST_F(EngineFixture, ADownlinkTheDriverCannotBuildIsRefusedWithoutStoringOrSending) {
+    clients()->set_device(77, {"proto7", "X", {}});
+    m_driver->m_encode_error = "mbus downlink: unknown \"cmd\" \"open\"";
+    make_engine();
+    model::dl_message message;
+    message.modem_id = 77;
+    try {
+        m_engine->sendDlmessage(message);
+        ADD_FAILURE() << "no downlink_refused";
+    } catch (const downlink_refused& e) {
+        EXPECT_STREQ(e.what(), "mbus downlink: unknown \"cmd\" \"open\"");
+    }
+    EXPECT_TRUE(m_api->m_sent.empty());
+    model::dl_query everything;
+    everything.modem_id = {77};
+    everything.from = QDateTime::fromSecsSinceEpoch(0);
+    everything.to = QDateTime::currentDateTimeUtc().addDays(1);
+    const auto found = messages()->dl().list(everything);
+    EXPECT_TRUE(found.find(77) == found.end() || found.at(77).empty());
+}
+
 TEST_F(EngineFixture, DriverBuiltDownlinkSendsTheSplicedText) {
     clients()->set_device(77, {"proto7", "X", {}});
     m_driver->m_dl_bytes = QByteArray::fromHex("0102") + "start_placeholder" + "0A0B" + "stop_placeholder" +
