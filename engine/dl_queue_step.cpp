@@ -1,6 +1,9 @@
 #include "engine/dl_queue_step.h"
 
 #include <QDateTime>
+#include <algorithm>
+
+#include "engine/engine_services.h"
 
 namespace {
 bool may_outdate(int status) {
@@ -66,7 +69,7 @@ void dl_queue_step::work(model::dl_queues& set, int modem_id) {
 dl_queue_step::queue_outcome dl_queue_step::visit_entries(model::dl_queue& queue, int modem_id) {
     bool failed = false;
     for (auto& [key, entry] : queue.entries) {
-        if (entry.db_id.isEmpty()) {
+        if (entry.db_id.isEmpty() && entry.status != model::FAIL) {
             send(entry, queue, modem_id);
             return queue_outcome::ended_early;
         }
@@ -128,7 +131,20 @@ void dl_queue_step::send(model::dl_queue_entry& entry, const model::dl_queue& qu
     message.timestamp = QDateTime::currentDateTime();
     message.user_id = "qln_queue";
     message.dl_status = model::PENDING;
-    const QJsonObject result = m_sender(entry, message);
+    QJsonObject result;
+    try {
+        result = m_sender(entry, message);
+    } catch (const downlink_refused& e) {
+        // The entry's data cannot be encoded; sent again it would fail the same way, so it
+        // fails for good (the queue command's "repeat" action brings it back).
+        if (m_log) {
+            log_line(*m_log, Warning) << "DL queue of modem " << QString::number(modem_id) << ": " << e.what()
+                                      << "; its entry fails";
+        }
+        entry.repeat = std::max(entry.repeat, queue.repeat);
+        entry.status = model::FAIL;
+        return;
+    }
     entry.db_id = result.value("bd_id").toString();
     entry.repeat += 1;
     entry.status = model::WAIT;

@@ -61,6 +61,9 @@ protected:
         counting_state counted(*state());
         dl_queue_step runner(counted, messages()->dl(),
                              [this](const model::dl_queue_entry& e, model::dl_message message) {
+                                 if (e.data.value("cmd").toString() == "open") {
+                                     throw downlink_refused("mbus downlink: unknown \"cmd\" \"open\"");
+                                 }
                                  m_sent_types.push_back(e.type);
                                  m_sent.push_back(message);
                                  messages()->dl().save(message);
@@ -165,6 +168,31 @@ TEST_F(DlQueueStep, FailedEntryIsResentWhileRepeatsRemain) {
     finish("q", "a", model::TIMEOUT);
     step();
     EXPECT_EQ(m_sent.size(), 2u);
+    EXPECT_EQ(set().dl["q"].status, model::FAIL);
+}
+
+TEST_F(DlQueueStep, AnEntryTheDriverCannotEncodeFailsOnceAndTheNextGoesOut) {
+    model::dl_queues s;
+    s.dl["q"].ttl = 3600;
+    s.dl["q"].timeout = 600;
+    s.dl["q"].repeat = 3;
+    s.dl["q"].entries["a"] = entry("typical");
+    s.dl["q"].entries["a"].data = QJsonObject{{"cmd", "open"}};
+    s.dl["q"].entries["b"] = entry();
+    save(s);
+    step();
+    EXPECT_TRUE(m_sent.empty());
+    EXPECT_EQ(set().dl["q"].entries["a"].status, model::FAIL);
+    EXPECT_TRUE(set().dl["q"].entries["a"].db_id.isEmpty());
+    // Its data cannot change by itself: it is not tried again, and "b" goes out.
+    step();
+    ASSERT_EQ(m_sent.size(), 1u);
+    EXPECT_EQ(m_sent_types.front(), "raw");
+    finish("q", "b", model::EXECUTED);
+    step();
+    step();
+    EXPECT_EQ(m_sent.size(), 1u);
+    EXPECT_EQ(set().dl["q"].entries["b"].status, model::DONE);
     EXPECT_EQ(set().dl["q"].status, model::FAIL);
 }
 
