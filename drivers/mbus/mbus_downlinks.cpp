@@ -62,6 +62,9 @@ int MbusDriver::new_dl_status(const controller_event& event, const model::dl_mes
         return value && *value == expected.value ? int(model::EXECUTED) : message.dl_status;
     }
     const auto& report = std::get<model::dl_event>(event);
+    if (command && (message.dl_status == model::EXECUTED || message.dl_status == model::TIMEOUT)) {
+        return message.dl_status;  // final: a late report (of a superseded write, say) changes nothing
+    }
     if (report.msg_type == "dl_success") {
         return command && mbus::needs_confirmation(message.data) ? model::WAIT_DATA : model::EXECUTED;
     }

@@ -49,6 +49,7 @@ public:
     QJsonObject custom_query(const model::custom_query& query) override;
 
 private:
+    void supersede(const QString& db_id);
     // A stored message decoded again with this driver: data, parse status and tag renewed.
     model::ul_message redecode(const model::ul_message& stored) const;
     // The stored uplinks a value query covers.

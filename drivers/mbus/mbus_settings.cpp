@@ -71,6 +71,22 @@ interfaces::IDriverState& MbusDriver::state() const {
     return *m_state;
 }
 
+// A newer write of the same setting replaces an open one: the earlier downlink ends as
+// TIMEOUT (never confirmed by this driver), so only the newest value can be confirmed.
+void MbusDriver::supersede(const QString& db_id) {
+    if (db_id.isEmpty() || !m_messages) {
+        return;
+    }
+    try {
+        const model::dl_message earlier = m_messages->dl().get(db_id);
+        if (earlier.dl_status == model::PENDING || earlier.dl_status == model::WAIT_DATA) {
+            m_messages->dl().set_status(db_id, model::TIMEOUT);
+        }
+    } catch (const QString&) {
+        // Gone from the store already (expired): nothing left to end.
+    }
+}
+
 void MbusDriver::write_settings(const std::map<int, QList<model::setting_item>>& settings) {
     // Every item is checked before anything is written or sent.
     for (const auto& [modem, items] : settings) {
@@ -109,6 +125,7 @@ void MbusDriver::write_settings(const std::map<int, QList<model::setting_item>>&
         QJsonObject pending = state().get(modem, pending_key).toObject();
         for (const model::setting_item& item : items) {
             if (sent.contains(item.name)) {
+                supersede(pending.value(item.name).toObject().value("db_id").toString());
                 pending[item.name] = sent.value(item.name);
             } else {
                 stored[item.name] = setting_json(item);

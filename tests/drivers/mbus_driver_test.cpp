@@ -428,6 +428,41 @@ TEST_F(MbusDriverTest, WritableSettingIsPendingUntilAnUplinkReportsIt) {
     EXPECT_FALSE(read[0].value.toMap().contains("pending"));
 }
 
+TEST_F(MbusDriverTest, ASecondWriteEndsTheEarlierDownlinkAndOnlyTheNewestValueConfirms) {
+    m_driver->write_settings({{13, {model::setting_item{"bus_address", QJsonDocument(), QVariant(5)}}}});
+    m_driver->write_settings({{13, {model::setting_item{"bus_address", QJsonDocument(), QVariant(7)}}}});
+    ASSERT_EQ(m_sent.size(), 2u);
+    EXPECT_EQ(m_sent[1].payload.toHex(), "51017a07");
+    EXPECT_EQ(m_messages->dl().get(m_sent[0].db_id).dl_status, model::TIMEOUT);
+    EXPECT_EQ(m_messages->dl().get(m_sent[1].db_id).dl_status, model::PENDING);
+
+    // A late delivery report of the first write leaves it ended.
+    const model::dl_message first = m_messages->dl().get(m_sent[0].db_id);
+    model::dl_event late;
+    late.modem_id = 13;
+    late.msg_type = "dl_success";
+    late.status_id = first.db_id;
+    EXPECT_EQ(m_driver->new_dl_status(controller_event{late}, first), model::TIMEOUT);
+
+    // The meter reports the first value: the newest write stays pending.
+    m_messages->dl().set_status(m_sent[1].db_id, model::WAIT_DATA);
+    model::ul_message old_value;
+    m_driver->parse(uplink("78017a05", 13), old_value);
+    EXPECT_FALSE(m_driver->controller(controller_event{old_value}));
+    QList<model::setting_result> read;
+    m_driver->read_settings(read, {13}, {"bus_address"});
+    ASSERT_EQ(read.size(), 1);
+    EXPECT_EQ(read[0].value.toMap()["value"].toInt(), 7);
+    EXPECT_TRUE(read[0].value.toMap()["pending"].toBool());
+
+    model::ul_message new_value;
+    m_driver->parse(uplink("78017a07", 13), new_value);
+    EXPECT_TRUE(m_driver->controller(controller_event{new_value}));
+    read.clear();
+    m_driver->read_settings(read, {13}, {"bus_address"});
+    EXPECT_EQ(read[0].value.toInt(), 7);
+}
+
 TEST_F(MbusDriverTest, BadSettingsAreRefusedBeforeAnythingIsSent) {
     EXPECT_THROW(m_driver->write_settings({{13, {model::setting_item{"bus_address", QJsonDocument(), 300}}}}),
                  std::invalid_argument);
