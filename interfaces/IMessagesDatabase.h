@@ -4,6 +4,7 @@
 #include <QString>
 #include <utility>
 
+#include "interfaces/IStoreLink.h"
 #include "interfaces/IWriteBatch.h"
 #include "model/queries.h"
 #include "model/records.h"
@@ -51,6 +52,8 @@ public:
     virtual IDownlinkStore& dl() = 0;
     // The back end's batch of writes, when it has one (shared by the objects of one back end).
     virtual IWriteBatch* write_batch() { return nullptr; }
+    // The link to the back end's server, when it has one (shared like the batch).
+    virtual IStoreLink* store_link() { return nullptr; }
 };
 
 }  // namespace interfaces
