@@ -31,6 +31,9 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     const QCommandLineOption uplinks("uplinks", "Uplinks preloaded for each consumer (default 20000).", "N");
     const QCommandLineOption modems("modems", "Modems of the uplink fleet (default 1000).", "N");
     const QCommandLineOption clients("clients", "Client applications per modem (default 1).", "N");
+    const QCommandLineOption rounds(
+        "rounds", "Pass-through and service runs, in turn; figures are medians (default 3, 1 with --quick).",
+        "N");
     const QCommandLineOption sample("sample", "Uplinks that calibrate the pass-through (default 100).", "N");
     const QCommandLineOption latency("latency-seconds", "Length of the latency run (default 10).", "S");
     const QCommandLineOption rows("rows", "Value rows of the store benchmark (default 1000000).", "N");
@@ -49,8 +52,9 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
         "Extra keys of the service's SQLite store configuration, as a JSON object, e.g. "
         "'{\"checkpoint_pages\": 4000}'.",
         "JSON");
-    parser.addOptions({help_option, url, quick, uplinks, modems, clients, sample, latency, rows, store_modems,
-                       saves, queries, no_store, no_uplinks, no_passthrough, stop_broker, store_config});
+    parser.addOptions({help_option, url, quick, uplinks, modems, clients, rounds, sample, latency, rows,
+                       store_modems, saves, queries, no_store, no_uplinks, no_passthrough, stop_broker,
+                       store_config});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -64,6 +68,7 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     if (parser.isSet(quick)) {
         out.quick = true;
         out.uplinks = 300;
+        out.rounds = 1;
         out.modems = 20;
         out.sample = 20;
         out.latency_s = 2;
@@ -88,6 +93,7 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     const bool read = read_number(parser, uplinks, out.uplinks, message) &&
                       read_number(parser, modems, out.modems, message) &&
                       read_number(parser, clients, out.clients, message) &&
+                      read_option_number(parser, rounds, out.rounds, message, true) &&
                       read_number(parser, sample, out.sample, message) &&
                       read_number(parser, latency, out.latency_s, message) &&
                       read_number(parser, rows, out.rows, message) &&
@@ -96,6 +102,10 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
                       read_number(parser, queries, out.queries, message);
     if (read && out.clients < 1) {
         message = "--clients: at least 1";
+        return false;
+    }
+    if (read && out.rounds < 1) {
+        message = "--rounds: at least 1";
         return false;
     }
     return read;

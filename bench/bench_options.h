@@ -13,6 +13,7 @@ struct bench_options {
     uint64_t uplinks = 20000;  // preloaded for each consumer
     int modems = 1000;         // of the uplink fleet
     int clients = 1;           // client applications per modem
+    int rounds = 3;            // pass-through and service runs, in turn
     int sample = 100;          // uplinks of the service's run that calibrate the pass-through
     double latency_s = 10;     // length of the latency run
     uint64_t rows = 1000000;   // value rows of the store benchmark

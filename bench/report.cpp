@@ -1,5 +1,6 @@
 #include "bench/report.h"
 
+#include <QStringList>
 #include <cmath>
 
 #include "app/logger.h"
@@ -20,6 +21,27 @@ void row(QTextStream& out, const QString& label, const QString& first, const QSt
     out << "  " << label.leftJustified(40) << first.rightJustified(14) << second.rightJustified(14) << '\n';
 }
 
+QString joined(const std::vector<double>& values, int decimals) {
+    QStringList items;
+    for (double value : values) {
+        items << number(value, decimals);
+    }
+    return items.join(' ');
+}
+
+// Each pair's ratios and the medians the key line reports.
+void print_pairs(QTextStream& out, const uplink_bench_result& u) {
+    const pair_figures& f = u.pairs;
+    out << "Runs in turn, pass-through then service: " << u.service_runs.size() << " pair(s); medians:\n";
+    row(out, "", "pass-through", "service");
+    row(out, "uplinks per second", number(f.passthrough_ups, 0), number(f.service_ups, 0));
+    row(out, "consumer CPU ms per uplink", number(f.passthrough_cpu_ms, 3), number(f.service_cpu_ms, 3));
+    row(out, "service / pass-through, uplinks/s", number(f.ratio, 3));
+    row(out, "  each pair", joined(f.ratios, 3));
+    row(out, "service / pass-through, CPU/uplink", number(f.cpu_ratio, 2));
+    row(out, "  each pair", joined(f.cpu_ratios, 2));
+}
+
 void print_uplinks(QTextStream& out, const bench_report& report) {
     const uplink_bench_result& u = report.uplinks;
     const throughput_result& p = u.passthrough;
@@ -28,6 +50,8 @@ void print_uplinks(QTextStream& out, const bench_report& report) {
         << report.options.modems << " modems with " << report.options.clients << " client(s) each, "
         << number(u.messages_per_uplink) << " client messages (" << number(u.bytes_per_uplink, 0)
         << " bytes) per uplink\n";
+    print_pairs(out, u);
+    out << "The last run of each:\n";
     row(out, "", "pass-through", "service");
     row(out, "uplinks per second", number(p.uplinks_per_s, 0), number(s.uplinks_per_s, 0));
     row(out, "client messages per second", number(p.messages / std::max(p.seconds, 1e-9), 0),
@@ -46,8 +70,6 @@ void print_uplinks(QTextStream& out, const bench_report& report) {
     row(out, "  after a tenth of the uplinks", number(p.rss_warm_mib), number(s.rss_warm_mib));
     row(out, "  end", number(p.rss_end_mib), number(s.rss_end_mib));
     row(out, "  peak", number(p.rss_peak_mib), number(s.rss_peak_mib));
-    const double ratio = p.uplinks_per_s > 0 ? s.uplinks_per_s / p.uplinks_per_s : NAN;
-    row(out, "service / pass-through", number(ratio, 3));
     const latency_result& l = u.latency;
     out << "Latency, publication of an uplink to its last client message, at " << number(l.offered_per_s, 0)
         << " uplinks/s (half the service's rate), " << l.received << " uplinks:\n";
@@ -92,18 +114,17 @@ void print_table(QTextStream& out, const bench_report& report) {
 QString key_line(const bench_report& report) {
     const uplink_bench_result& u = report.uplinks;
     const bool up = report.uplinks_run;
-    const double ratio =
-        up && u.passthrough.uplinks_per_s > 0 ? u.service.uplinks_per_s / u.passthrough.uplinks_per_s : NAN;
     const auto figure = [](bool measured, double value, int decimals) {
         return measured ? number(value, decimals) : QStringLiteral("nan");
     };
     return QString(
                "ratio=%1 service_ups=%2 passthrough_ups=%3 p50_ms=%4 p99_ms=%5 rss_start_mib=%6 "
-               "rss_end_mib=%7 query_ms=%8")
-        .arg(number(ratio, 3), figure(up, u.service.uplinks_per_s, 0),
-             figure(up, u.passthrough.uplinks_per_s, 0), figure(up, u.latency.p50_ms, 2),
+               "rss_end_mib=%7 query_ms=%8 cpu_ratio=%9")
+        .arg(figure(up, u.pairs.ratio, 3), figure(up, u.pairs.service_ups, 0),
+             figure(up, u.pairs.passthrough_ups, 0), figure(up, u.latency.p50_ms, 2),
              figure(up, u.latency.p99_ms, 2), figure(up, u.service.rss_start_mib, 1),
-             figure(up, u.service.rss_end_mib, 1), figure(report.store_run, report.query.p50_ms, 2));
+             figure(up, u.service.rss_end_mib, 1), figure(report.store_run, report.query.p50_ms, 2),
+             figure(up, u.pairs.cpu_ratio, 2));
 }
 
 }  // namespace bench

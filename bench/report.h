@@ -23,7 +23,8 @@ struct bench_report {
 // The readable table.
 void print_table(QTextStream& out, const bench_report& report);
 // The last line: ratio, service_ups, passthrough_ups, p50_ms, p99_ms, rss_start_mib,
-// rss_end_mib, query_ms (a figure that was not measured is written as "nan").
+// rss_end_mib, query_ms, cpu_ratio (medians over the pairs where there are several; a
+// figure that was not measured is written as "nan").
 QString key_line(const bench_report& report);
 
 }  // namespace bench

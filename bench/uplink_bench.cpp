@@ -98,14 +98,22 @@ uplink_bench_result uplink_bench::run() {
     }
     result.messages_per_uplink = profile.messages_per_uplink();
     result.bytes_per_uplink = profile.bytes_per_uplink();
-    if (m_options.passthrough) {
-        result.passthrough = run_passthrough(profile);
-        if (!result.passthrough.complete) {
-            result.error = "pass-through: " + result.passthrough.error;
+    const int rounds = std::max(1, m_options.rounds);
+    for (int round = 0; round < rounds; ++round) {
+        if (m_options.passthrough) {
+            result.passthrough = run_passthrough(profile);
+            if (!result.passthrough.complete) {
+                result.error = "pass-through: " + result.passthrough.error;
+                return result;
+            }
+            result.passthrough_runs.push_back(result.passthrough);
+        }
+        run_service(result, round + 1 == rounds);
+        if (!result.service.complete) {
             return result;
         }
     }
-    run_service(result);
+    result.pairs = pair_up(result.passthrough_runs, result.service_runs);
     if (result.latency.complete && m_options.passthrough) {
         result.passthrough_latency =
             run_passthrough_latency(profile, result.latency.offered_per_s, result.latency.sent);
@@ -205,7 +213,7 @@ latency_result uplink_bench::run_passthrough_latency(const passthrough::publicat
     return result;
 }
 
-void uplink_bench::run_service(uplink_bench_result& result) {
+void uplink_bench::run_service(uplink_bench_result& result, bool with_latency) {
     service_instance service(m_target.url);
     service.set_store_config(m_options.store_config);
     uplink_feed feed(m_options.modems, first_modem);
@@ -225,7 +233,14 @@ void uplink_bench::run_service(uplink_bench_result& result) {
     if (!result.service.complete) {
         result.error = "service: " + result.service.error + "\n" + service.log_tail();
     } else {
-        const double rate = result.service.uplinks_per_s / 2.0;
+        result.service_runs.push_back(result.service);
+    }
+    if (result.service.complete && with_latency) {
+        std::vector<double> rates;
+        for (const auto& run : result.service_runs) {
+            rates.push_back(run.uplinks_per_s);
+        }
+        const double rate = median(rates) / 2.0;
         const uint64_t count = qMax<uint64_t>(20, uint64_t(rate * m_options.latency_s));
         const double waited = run_queue_wait_seconds(service.pid());
         const int64_t started = now_us();

@@ -9,6 +9,7 @@
 #include "bench/broker.h"
 #include "bench/client_drain.h"
 #include "bench/latency_run.h"
+#include "bench/pair_figures.h"
 #include "bench/passthrough/publication_profile.h"
 #include "bench/throughput_meter.h"
 #include "bench/uplink_sender.h"
@@ -19,6 +20,11 @@ struct uplink_bench_result {
     QString error;
     double messages_per_uplink = 0;  // client messages the service publishes per uplink
     double bytes_per_uplink = 0;
+    // Every run in turn, pass-through first (A B A B ...), and their medians.
+    std::vector<throughput_result> passthrough_runs;
+    std::vector<throughput_result> service_runs;
+    pair_figures pairs;
+    // The last run of each, for the detail rows (memory, run-queue waits).
     throughput_result passthrough;
     throughput_result service;
     latency_result latency;
@@ -29,9 +35,9 @@ struct uplink_bench_result {
 };
 
 // The uplink path: a short calibration run of the service records what it publishes
-// per uplink; then the pass-through consumer and the service each empty a freshly
-// preloaded queue of the same uplinks; then the service, and after it the pass-through,
-// get uplinks at half the service's rate for the latency.
+// per uplink; then the pass-through consumer and the service in turn, `rounds` times
+// each, empty a freshly preloaded queue of the same uplinks; then the last service, and
+// after it the pass-through, get uplinks at half the service's median rate for the latency.
 class uplink_bench {
 public:
     uplink_bench(logger& log, const broker& target, const bench_options& options);
@@ -42,7 +48,8 @@ public:
 private:
     bool calibrate(passthrough::publication_profile& profile, QString& error);
     throughput_result run_passthrough(const passthrough::publication_profile& profile);
-    void run_service(uplink_bench_result& result);
+    // One service run; with `with_latency` the latency run follows on the same service.
+    void run_service(uplink_bench_result& result, bool with_latency);
     latency_result run_passthrough_latency(const passthrough::publication_profile& profile, double rate,
                                            uint64_t count);
 
