@@ -103,12 +103,14 @@ else
 fi
 
 step "quillon-instance refuses names that are not POSITION-of-COUNT"
+# Status 2, which quillon@.service does not restart, and a reason.
 for name in 1 1of2 x-of-2 1-of- -of-2 1-of-2-of-3 ""; do
-  if out=$("$root/usr/lib/quillon/quillon-instance" "$name" 2>&1); then
-    fail "quillon-instance '$name' ran"
-  fi
+  status=0
+  out=$("$root/usr/lib/quillon/quillon-instance" "$name" 2>&1) || status=$?
+  [ "$status" -eq 2 ] || fail "quillon-instance '$name': status $status, not 2"
   grep -q "quillon-instance: " <<<"$out" || fail "quillon-instance '$name': no reason given: $out"
 done
+grep -qx 'RestartPreventExitStatus=2' "$units/quillon@.service" || fail "quillon@.service restarts a bad name"
 
 # ---------------------------------------------------------------- the service running
 # The configuration moved into the scratch root and onto the test broker, with queue
