@@ -179,9 +179,19 @@ read -r -a command <<<"${exec_start//\/usr\//$root/usr/}"
 command=("${command[@]//\/etc\//$root/etc/}")
 start_service "${command[@]}"
 expect_info 0 1
+# The package's log rotation while the service holds its log open: what the service
+# writes afterwards starts the emptied file (appended, no hole of zeros before it).
+log=$root/var/log/quillon/quillon.log
+[ -s "$log" ] || fail "no log in /var/log/quillon"
+sed -e "s#/var/log/quillon#$root/var/log/quillon#" -e "s#^\( *su \).*#\1root root#" \
+  "$root/etc/logrotate.d/quillon" >"$work/logrotate.conf"
+logrotate -f -s "$work/logrotate.state" "$work/logrotate.conf" || fail "logrotate failed"
+grep -q started "$log.1" || fail "the rotated log lacks the start: $(ls -l "$root/var/log/quillon")"
 stop_service
 [ -s "$root/var/lib/quillon/quillon.db" ] || fail "no SQLite store in /var/lib/quillon"
-[ -s "$root/var/log/quillon/quillon.log" ] || fail "no log in /var/log/quillon"
+grep -q stopped "$log" || fail "the service's last lines are not in the rotated-to log"
+[ "$(head -c 4 "$log" | tr -d '\0' | wc -c)" -eq 4 ] || fail "the log after rotation starts with zeros"
+! grep -q started "$log" || fail "the log was not emptied by the rotation"
 
 step "quillon@0-of-3: quillon.ini, position 0 of 3"
 start_service "$root/usr/lib/quillon/quillon-instance" 0-of-3
