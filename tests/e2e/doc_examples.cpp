@@ -58,13 +58,19 @@ QString type_name(const QJsonValue& value) {
 
 }  // namespace
 
-std::vector<example> read(const QString& markdown, QStringList& errors) {
+std::vector<example> read(const QString& markdown, QStringList& errors, std::vector<other_block>* others) {
     const QStringList lines = markdown.split('\n');
     std::vector<example> examples;
     int prose_start = 0;
+    QString heading;
     for (int i = 0; i < lines.size(); ++i) {
         if (lines[i].startsWith('#')) {
             prose_start = i;  // what a section says before its first example is its own
+            heading = lines[i];
+            heading.remove(QRegularExpression("^#+\\s*"));
+        }
+        if (lines[i].trimmed() == "```json" && others) {
+            others->push_back(other_block{heading, i + 1});  // examples skip past their own blocks
         }
         const QRegularExpressionMatch match = request_line.match(lines[i]);
         if (!match.hasMatch()) {

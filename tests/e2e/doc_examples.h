@@ -24,9 +24,16 @@ struct example {
     int line = 0;  // of the "Request" line, for messages
 };
 
+// A ```json block that is not part of an example, and the heading it stands under.
+struct other_block {
+    QString heading;  // without the leading #s
+    int line = 0;
+};
+
 // Every example in document order; a block that is not valid JSON is an error text in
-// `errors` (and its example is left out).
-std::vector<example> read(const QString& markdown, QStringList& errors);
+// `errors` (and its example is left out). The other ```json blocks go to `others`.
+std::vector<example> read(const QString& markdown, QStringList& errors,
+                          std::vector<other_block>* others = nullptr);
 
 // Compares responses with their documented shape, learning on the way which documented
 // ids (UUIDs) stand for which real ones, so that later requests can name them.

@@ -18,6 +18,15 @@ const QMap<QString, QString> replayed_last = {
     {"exit", "it ends the service"},
 };
 
+// Sections whose JSON blocks are not request examples, and why they are not replayed.
+const QMap<QString, QString> not_replayed = {
+    {"Command API", "the device registry seed of the example run (the test seeds the same)"},
+    {"Envelope", "whole envelopes: every replayed request and response travels in this form"},
+    {"Plain bodies", "client publications, not command responses (engine end-to-end tests)"},
+    {"Wrapped bodies", "client publications, not command responses (engine end-to-end tests)"},
+    {"Commands the instance sends to the network server", "sent by the service, not to it"},
+};
+
 QString api_document() {
     QFile file(QUILLON_SOURCE_DIR "/docs/api.md");
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
@@ -83,8 +92,15 @@ protected:
 
 TEST_F(DocumentedExamples, EveryRequestExampleGetsItsDocumentedShape) {
     QStringList errors;
-    const std::vector<example> examples = doc_examples::read(api_document(), errors);
+    std::vector<doc_examples::other_block> others;
+    const std::vector<example> examples = doc_examples::read(api_document(), errors, &others);
     EXPECT_TRUE(errors.isEmpty()) << errors.join('\n').toStdString();
+    // Every other JSON block stands where it is known not to be a request.
+    for (const doc_examples::other_block& block : others) {
+        EXPECT_TRUE(not_replayed.contains(block.heading))
+            << "docs/api.md line " << block.line << ": a JSON block under \"" << block.heading.toStdString()
+            << "\" that is no Request/Response example; write it as one or list the section as not replayed";
+    }
 
     // Every command the service knows has at least one example.
     QSet<QString> documented;
@@ -159,11 +175,13 @@ TEST(DocShapes, DocumentedIdsStandForTheRealOnesInLaterRequests) {
 
 TEST(DocShapes, ExamplesAreReadWithTheirCommandAndCut) {
     QStringList errors;
+    std::vector<doc_examples::other_block> others;
     const auto examples = doc_examples::read(
         "# x\n\nThe shape, abbreviated:\n\nRequest `get_ids`:\n\n```json\n{\"a\": 1}\n```\n\nResponse:\n\n"
         "```json\n{\"b\": [1]}\n```\n\nRequest `exit`:\n\n```json\n{}\n```\n\nResponse:\n\n```json\n{}\n```\n"
-        "Request `get_roll`:\n\n```json\n{broken\n```\n\nResponse:\n\n```json\n{}\n```\n",
-        errors);
+        "Request `get_roll`:\n\n```json\n{broken\n```\n\nResponse:\n\n```json\n{}\n```\n"
+        "## Other\n\n```json\n{\"c\": 1}\n```\n",
+        errors, &others);
     ASSERT_EQ(examples.size(), 2u);
     EXPECT_EQ(examples[0].command, "get_ids");
     EXPECT_EQ(examples[0].request, QJsonValue(QJsonObject{{"a", 1}}));
@@ -172,6 +190,10 @@ TEST(DocShapes, ExamplesAreReadWithTheirCommandAndCut) {
     EXPECT_EQ(examples[1].command, "exit");
     EXPECT_FALSE(examples[1].abbreviated);
     EXPECT_EQ(errors.size(), 1);
+    // The broken example's blocks and the stray one are not examples.
+    ASSERT_EQ(others.size(), 3u);
+    EXPECT_EQ(others[0].heading, "x");
+    EXPECT_EQ(others[2].heading, "Other");
 }
 
 }  // namespace
