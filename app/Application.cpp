@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "app/command_line.h"
+#include "app/config_keys.h"
 #include "app/signal_watcher.h"
 #include "app/stop_application.h"
 
@@ -13,8 +14,14 @@ Application::Application(int& argc, char** argv)
     : QCoreApplication(argc, argv),
       m_settings(command_line::config_path(m_parser), QSettings::IniFormat),
       m_pm(load_pm_config(m_settings)),
-      m_log(std::make_unique<logger>(m_settings, log_name())) {
+      m_print_only(command_line::print_config(m_parser)),
+      m_log(m_print_only ? nullptr : std::make_unique<logger>(m_settings, log_name())) {
+    if (m_print_only) {
+        print_configuration_and_warnings();
+        return;
+    }
     log_line(*m_log, Info) << "starting with " << m_settings.fileName();
+    report_configuration_warnings();
     m_signals = std::make_unique<signal_watcher>();
     connect(m_signals.get(), &signal_watcher::termination_requested, this,
             &Application::on_termination_signal);
@@ -42,6 +49,25 @@ QString Application::log_name() const {
         .arg(m_pm.protocol, m_pm.instance_names.value(0))
         .arg(command_line::instances(m_parser))
         .arg(command_line::position(m_parser));
+}
+
+void Application::print_configuration_and_warnings() {
+    std::cout << print_configuration(m_settings).toStdString() << std::flush;
+    report_configuration_warnings();
+}
+
+// Each once, in the log (when there is one) and on standard error: the log may be off.
+void Application::report_configuration_warnings() {
+    for (const QString& warning : configuration_warnings(m_settings)) {
+        if (m_log) {
+            log_line(*m_log, Warning) << warning;
+        }
+        std::cerr << "warning: " << warning.toStdString() << std::endl;
+    }
+    const QString level = log_level_warning(m_settings);
+    if (!level.isEmpty()) {
+        std::cerr << "warning: " << level.toStdString() << std::endl;  // the log is off
+    }
 }
 
 void Application::fill_records() {

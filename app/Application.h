@@ -27,10 +27,14 @@ public:
 
     const logger& log() const { return *m_log; }
     const startup_records& records() const { return *m_records; }
+    // --print-config: the configuration was printed and nothing was started.
+    bool printed_configuration() const { return m_print_only; }
 
 private:
     bool process_command_line();
     QString log_name() const;
+    void print_configuration_and_warnings();
+    void report_configuration_warnings();
     void fill_records();
     void compose();
     void on_termination_signal(int signal_number);
@@ -39,6 +43,7 @@ private:
     bool m_result = process_command_line();
     QSettings m_settings;
     PMConfig m_pm;
+    bool m_print_only = false;
     std::unique_ptr<logger> m_log;
     std::unique_ptr<signal_watcher> m_signals;
     std::unique_ptr<startup_records> m_records;  // the injector: every record the graph is built from

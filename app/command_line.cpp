@@ -24,6 +24,10 @@ void register_options(QCommandLineParser& parser) {
         QStringList{"i"}, QCoreApplication::translate("main", "Instances number"), "inst", "1"));
     parser.addOption(QCommandLineOption(
         QStringList{"n"}, QCoreApplication::translate("main", "Instance position"), "ninst", "0"));
+    parser.addOption(
+        QCommandLineOption(QStringList{"print-config"},
+                           QCoreApplication::translate(
+                               "main", "Print every configuration key with its effective value and exit")));
     parser.addHelpOption();
     parser.addVersionOption();
 }
@@ -37,6 +41,10 @@ bool process(QCommandLineParser& parser, const QCoreApplication& app) {
 
 QString config_path(const QCommandLineParser& parser) {
     return parser.value("c");
+}
+
+bool print_config(const QCommandLineParser& parser) {
+    return parser.isSet("print-config");
 }
 
 int instances(const QCommandLineParser& parser) {

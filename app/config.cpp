@@ -1,7 +1,6 @@
 #include "app/config.h"
 
-#include <QCoreApplication>
-
+#include "app/config_keys.h"
 #include "app/logger.h"
 
 namespace {
@@ -22,24 +21,6 @@ public:
 private:
     QSettings& m_settings;
 };
-
-// QSettings' INI reader turns an unquoted value with commas into a list; a text key
-// means the whole text as written, so such a list is joined back.
-QString text_value(QSettings& settings, const char* key, const QString& fallback) {
-    const QVariant value = settings.value(key, fallback);
-    if (value.type() == QVariant::StringList) {
-        return value.toStringList().join(',');
-    }
-    return value.toString();
-}
-
-bool bool_value(QSettings& settings, const char* key, bool fallback) {
-    return settings.value(key, fallback).toBool();
-}
-
-uint32_t unsigned_value(QSettings& settings, const char* key, uint32_t fallback) {
-    return settings.value(key, fallback).toUInt();
-}
 
 QString ul_id_or_any(const general_settings& general) {
     return general.ul_id.isEmpty() ? QStringLiteral("#") : general.ul_id;
@@ -72,17 +53,17 @@ amqp_bindings balancer_bindings(const general_settings& general, const PMConfig&
 // The link keys every AMQP group has besides its URL.
 template <typename Config>
 void load_link_keys(QSettings& settings, Config& config) {
-    config.heartbeat = int32_t(unsigned_value(settings, "R_HEARTBEAT", 10));
-    config.ca_cert = text_value(settings, "R_CA_CERT", QString());
+    config.heartbeat = int32_t(key_unsigned(settings, "R_HEARTBEAT"));
+    config.ca_cert = key_text(settings, "R_CA_CERT");
 }
 
 template <typename Config>
 Config load_publisher_config(QSettings& settings, const char* group) {
     group_scope scope(settings, group);
     Config config;
-    config.url = text_value(settings, "R_LOGIN", default_broker_url);
-    config.exchange = text_value(settings, "R_EXCHANGE", "norvik.api");
-    config.vhost = text_value(settings, "R_VHOST", "/api");
+    config.url = key_text(settings, "R_LOGIN");
+    config.exchange = key_text(settings, "R_EXCHANGE");
+    config.vhost = key_text(settings, "R_VHOST");
     load_link_keys(settings, config);
     return config;
 }
@@ -92,34 +73,33 @@ Config load_publisher_config(QSettings& settings, const char* group) {
 general_settings load_general_settings(QSettings& settings) {
     group_scope scope(settings, "GENERAL_SETTINGS");
     general_settings general;
-    general.ul_client_send = bool_value(settings, "UL_CLIENT_SEND", false);
-    general.ul_client_send_wrap = bool_value(settings, "UL_CLIENT_SEND_MSQ_TYPE_WRAPE", false);
-    general.check_is_mine = bool_value(settings, "CHECK_IS_MINE", true);
-    general.dl_queues = bool_value(settings, "DL_QUEUES", false);
-    general.exchange = text_value(settings, "EXCHANGE", "norvik.api");
-    general.history_route_key = text_value(settings, "R_HISTORY_ROUTE_KEY", "ul_history");
-    general.ul_id = text_value(settings, "R_UL_ID", QString());
-    general.ul_route_key = text_value(settings, "R_UL_ROUTE_KEY", "ul");
+    general.ul_client_send = key_bool(settings, "UL_CLIENT_SEND");
+    general.ul_client_send_wrap = key_bool(settings, "UL_CLIENT_SEND_MSQ_TYPE_WRAPE");
+    general.check_is_mine = key_bool(settings, "CHECK_IS_MINE");
+    general.dl_queues = key_bool(settings, "DL_QUEUES");
+    general.exchange = key_text(settings, "EXCHANGE");
+    general.history_route_key = key_text(settings, "R_HISTORY_ROUTE_KEY");
+    general.ul_id = key_text(settings, "R_UL_ID");
+    general.ul_route_key = key_text(settings, "R_UL_ROUTE_KEY");
     // Days to seconds in 32 bits: above 49710 days the product wraps, unchecked.
-    general.ul_dl_ttl = unsigned_value(settings, "UL_DL_TTL", 365) * 86400u;
-    general.controller_period = unsigned_value(settings, "CONTROLER_PERIOD", 1000);
-    general.balancer_enabled = bool_value(settings, "BALANCER_ENABLED", false);
-    general.balancer_route_key = text_value(settings, "BALANCER_ROUTE_KEY", "balancer");
+    general.ul_dl_ttl = key_unsigned(settings, "UL_DL_TTL") * 86400u;
+    general.controller_period = key_unsigned(settings, "CONTROLER_PERIOD");
+    general.balancer_enabled = key_bool(settings, "BALANCER_ENABLED");
+    general.balancer_route_key = key_text(settings, "BALANCER_ROUTE_KEY");
     // Our own addition: the routing-key prefix under which requested history comes back.
-    general.history_routing_key_prefix = text_value(settings, "R_HISTORY_PREFIX", QString());
+    general.history_routing_key_prefix = key_text(settings, "R_HISTORY_PREFIX");
     return general;
 }
 
 PMConfig load_pm_config(QSettings& settings) {
     group_scope scope(settings, "PLUGIN_MANAGER_SETTINGS");
     PMConfig pm;
-    pm.db_name = text_value(settings, "DB_NAME", "db_driver_mongo");
-    pm.instance_names = text_value(settings, "INSTANCE_NAME", "marl2").split(',', Qt::KeepEmptyParts);
-    pm.protocol = text_value(settings, "PROTOCOL", "proto7");
-    const QString executable_dir = QCoreApplication::applicationDirPath();
-    pm.plugin_config_path = text_value(settings, "PLUGIN_CONFIG_PATH", executable_dir);
-    pm.plugin_db_config_path = text_value(settings, "PLUGIN_DB_CONFIG_PATH", pm.plugin_config_path);
-    pm.plugin_path = text_value(settings, "PLUGIN_PATH", executable_dir);
+    pm.db_name = key_text(settings, "DB_NAME");
+    pm.instance_names = key_text(settings, "INSTANCE_NAME").split(',', Qt::KeepEmptyParts);
+    pm.protocol = key_text(settings, "PROTOCOL");
+    pm.plugin_config_path = key_text(settings, "PLUGIN_CONFIG_PATH");
+    pm.plugin_db_config_path = key_text(settings, "PLUGIN_DB_CONFIG_PATH");
+    pm.plugin_path = key_text(settings, "PLUGIN_PATH");
     return pm;
 }
 
@@ -128,10 +108,10 @@ rabbit_receiver_cfg load_receiver_config(QSettings& settings, const PMConfig& pm
     rabbit_receiver_cfg config;
     {
         group_scope scope(settings, "AMQP_UL_SETTINGS");
-        config.url = text_value(settings, "R_LOGIN", default_broker_url);
-        config.queue = text_value(settings, "R_QUEUE", "test_parser");
-        config.vhost = text_value(settings, "R_VHOST", "/api");
-        config.prefetch = settings.value("R_PREFETCH", "10").toInt();
+        config.url = key_text(settings, "R_LOGIN");
+        config.queue = key_text(settings, "R_QUEUE");
+        config.vhost = key_text(settings, "R_VHOST");
+        config.prefetch = key_int(settings, "R_PREFETCH");
         config.arguments = load_queue_arguments(settings, log);
         load_link_keys(settings, config);
     }
@@ -152,35 +132,35 @@ rabbit_receiver_cfg load_receiver_config(QSettings& settings, const PMConfig& pm
 rabbit_api_config load_api_config(QSettings& settings, logger* log) {
     group_scope scope(settings, "AMQP_API_SETTINGS");
     rabbit_api_config config;
-    config.url = text_value(settings, "R_LOGIN", default_broker_url);
-    config.exchange_cmd = text_value(settings, "R_EXCHANGE_CMD", "norvik.api");
-    config.vhost = text_value(settings, "R_VHOST", "/api");
-    config.queue = text_value(settings, "R_QUEUE", "quillon_cmd_in");
-    config.bindings = parse_bindings(text_value(settings, "R_BINDINGS", "norvik.api:cmd.in.quillon"), log);
-    config.api_key = text_value(settings, "SS_API_KEY", "qorvantelimbusardekton");
+    config.url = key_text(settings, "R_LOGIN");
+    config.exchange_cmd = key_text(settings, "R_EXCHANGE_CMD");
+    config.vhost = key_text(settings, "R_VHOST");
+    config.queue = key_text(settings, "R_QUEUE");
+    config.bindings = parse_bindings(key_text(settings, "R_BINDINGS"), log);
+    config.api_key = key_text(settings, "SS_API_KEY");
     config.queue_options = 2;
     config.prefetch = 1;
     config.arguments = load_queue_arguments(settings, log);
     load_link_keys(settings, config);
-    config.allow_read = text_value(settings, "R_ALLOW_READ", "*");
-    config.allow_write = text_value(settings, "R_ALLOW_WRITE", "*");
-    config.allow_admin = text_value(settings, "R_ALLOW_ADMIN", "*");
+    config.allow_read = key_text(settings, "R_ALLOW_READ");
+    config.allow_write = key_text(settings, "R_ALLOW_WRITE");
+    config.allow_admin = key_text(settings, "R_ALLOW_ADMIN");
     return config;
 }
 
 QVariantHash load_queue_arguments(QSettings& settings, logger* log) {
     QVariantHash arguments;
-    const QString type = text_value(settings, "R_QUEUE_TYPE", QString()).trimmed().toLower();
+    const QString type = key_text(settings, "R_QUEUE_TYPE").trimmed().toLower();
     if (type == "classic" || type == "quorum") {
         arguments.insert("x-queue-type", type);
     } else if (!type.isEmpty() && log) {
         log_line(*log, Error) << "R_QUEUE_TYPE \"" << type
                               << "\" is neither classic nor quorum; the queue is declared without a type";
     }
-    const QString dead_letter_exchange = text_value(settings, "R_DEAD_LETTER_EXCHANGE", QString());
+    const QString dead_letter_exchange = key_text(settings, "R_DEAD_LETTER_EXCHANGE");
     if (!dead_letter_exchange.isEmpty()) {
         arguments.insert("x-dead-letter-exchange", dead_letter_exchange);
-        const QString dead_letter_key = text_value(settings, "R_DEAD_LETTER_ROUTING_KEY", QString());
+        const QString dead_letter_key = key_text(settings, "R_DEAD_LETTER_ROUTING_KEY");
         if (!dead_letter_key.isEmpty()) {
             arguments.insert("x-dead-letter-routing-key", dead_letter_key);
         }

@@ -5,6 +5,8 @@
 #include <QTextStream>
 #include <QThread>
 
+#include "app/config_keys.h"
+
 namespace {
 struct level_word {
     const char* word;
@@ -16,16 +18,14 @@ constexpr level_word level_words[] = {
 
 logger::logger(QSettings& settings, const QString& log_name) : m_log_name(log_name) {
     settings.beginGroup("GENERAL_SETTINGS");
-    m_path = settings.value("LOG_FILE_PATH", "quillon.log").toString();
+    m_path = key_text(settings, "LOG_FILE_PATH");
     m_file.setFileName(m_path);
     // The open is not checked: a log that cannot be opened loses its lines silently.
     m_file.open(QIODevice::WriteOnly | QIODevice::Append);
     QMutexLocker lock(&m_mutex);
-    m_level = Error;
-    if (settings.contains("LOG_LEVEL")) {
-        // Exact, case-sensitive: a misspelt level silences the log.
-        m_level = level_from_word(settings.value("LOG_LEVEL").toString());
-    }
+    // Exact, case-sensitive: a misspelt level silences the log (the start-up check says so
+    // on standard error). Absent, the key reads as ERROR.
+    m_level = level_from_word(key_text(settings, "LOG_LEVEL"));
     settings.endGroup();
 }
 

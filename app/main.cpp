@@ -10,6 +10,9 @@ int main(int argc, char* argv[]) {
     } catch (const std::exception&) {
         return 1;  // the Application has already reported why
     }
+    if (app->printed_configuration()) {
+        return 0;
+    }
     Application::exec();
     app.reset();
     return 0;

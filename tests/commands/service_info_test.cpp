@@ -177,6 +177,19 @@ TEST(Device, LastRollIsTheNewestUplinkOfTheRange) {
     EXPECT_EQ(until.value("1").toObject().value("last_roll").toObject().value("unique_id").toInt(), 77);
 }
 
+// "fill" is the device command's own ("last"): a client's fill does not turn last_roll
+// into the oldest uplink.
+TEST(Device, ClientFillDoesNotChangeWhichUplinkIsTheLast) {
+    CommandFixture f;
+    f.messages->ul().save(uplink(1, 76, 900));
+    f.messages->ul().save(uplink(1, 78, 1200));
+    for (const QString& fill : {QString(), QString("first"), QString("zero")}) {
+        const QJsonObject reply = f.run("device", QJsonObject{{"modem_id", QJsonArray{1}}, {"fill", fill}});
+        EXPECT_EQ(reply.value("1").toObject().value("last_roll").toObject().value("unique_id").toInt(), 78)
+            << fill.toStdString();
+    }
+}
+
 TEST(Device, TimeRangeOfTheBodyApplies) {
     CommandFixture f;
     f.messages->ul().save(uplink(1, 77, 1000));

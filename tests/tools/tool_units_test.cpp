@@ -114,6 +114,30 @@ TEST(PublicationLine, ValuesEventsAndRollsPlainAndWrapped) {
                     .endsWith("  modem 78  roll tag mbus, parse_status parsed"));
 }
 
+// The units of get_metadata's parameter description go after the values they name; the
+// record's own unit wins, and a name the description lacks stays without one.
+TEST(PublicationLine, UnitsComeFromTheDriversMetadata) {
+    const QJsonObject metadata{
+        {"par3", QJsonObject{{"name", "volume"}, {"unit", "m3"}, {"comment", "volume"}}},
+        {"par40", QJsonObject{{"name", "energy"}, {"unit", "Wh"}}},
+        {"par41", QJsonObject{{"name", "counter"}, {"unit", ""}}},
+        {"event4", QJsonObject{{"name", "power_low"}, {"code", 4}}},
+        {"ctrl1", QJsonObject{{"name", "raw_downlink"}}},
+    };
+    const watch::unit_table units(metadata);
+    EXPECT_EQ(units.size(), 2);
+    const auto line = [&](const QJsonObject& value) {
+        return watch::describe(QJsonDocument(value).toJson(), "c1.0.ul_eav.X.mbus.x.77", arrival, units);
+    };
+    EXPECT_TRUE(line({{"modem_id", 77}, {"obis_code", "energy"}, {"value", 14136535}})
+                    .endsWith("  modem 77  energy = 14136535 Wh"));
+    EXPECT_TRUE(line({{"modem_id", 77}, {"obis_code", "volume"}, {"value", 12.345}, {"unit", "l"}})
+                    .endsWith("volume = 12.345 l"));
+    EXPECT_TRUE(line({{"modem_id", 77}, {"obis_code", "counter"}, {"value", 3}}).endsWith("counter = 3"));
+    EXPECT_TRUE(line({{"modem_id", 77}, {"obis_code", "temp"}, {"value", 21.5}}).endsWith("temp = 21.5"));
+    EXPECT_TRUE(watch::unit_table(QJsonObject{}).empty());
+}
+
 TEST(PublicationLine, UnknownBodiesAreShownAsTheyAre) {
     EXPECT_EQ(watch::describe("not json", "a.b.77", arrival),
               "2026-03-01 12:30:05  a.b.77  (not a JSON object) not json");

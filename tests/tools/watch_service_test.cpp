@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QThread>
 #include <memory>
 
 #include "tests/support/service_harness.h"
@@ -81,13 +82,59 @@ TEST_P(WatchAgainstService, PrintsOneLinePerPublicationAndEndsAfterTheCount) {
     ASSERT_EQ(lines.size(), 2) << r.out.toStdString();
     const QString value_key = m_client + ".0.ul_eav.X.mbus.volume.77";
     const QString roll_key = m_client + ".0.ul_roll.X.mbus.null.77";
-    EXPECT_TRUE(lines[0].contains("  " + value_key + "  modem 77  volume = 12.345"))
+    // The unit comes from the driver's metadata, asked of the service at start.
+    EXPECT_TRUE(lines[0].endsWith("  " + value_key + "  modem 77  volume = 12.345 m3"))
         << lines[0].toStdString();
     EXPECT_TRUE(lines[1].contains("  " + roll_key + "  modem 77  roll tag mbus, parse_status parsed"))
         << lines[1].toStdString();
     // Each line begins with the arrival time.
     EXPECT_TRUE(
         QRegularExpression("^\\d{4}-\\d{2}-\\d{2} \\d{2}:\\d{2}:\\d{2}  ").match(lines[0]).hasMatch());
+}
+
+TEST_P(WatchAgainstService, NoUnitsPrintsTheValuesAlone) {
+    QProcess watch;
+    start_watch(watch, {"--no-units"});
+    publish_uplink();
+    const tools_test::tool_result r = tools_test::finish_tool(watch);
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    const QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2) << r.out.toStdString();
+    EXPECT_TRUE(lines[0].endsWith("  modem 77  volume = 12.345")) << lines[0].toStdString();
+}
+
+// A service that does not answer get_metadata (here: the command key leads nowhere) costs
+// the units only, after one line on stderr; a publication sent meanwhile is not lost.
+TEST_P(WatchAgainstService, WithoutAnAnswerTheValuesArePrintedWithoutUnits) {
+    QFile ini(m_service.working_dir() + "/quillon.ini");
+    ASSERT_TRUE(ini.open(QIODevice::ReadOnly));
+    QByteArray text = ini.readAll();
+    ini.close();
+    const QByteArray bindings = "R_BINDINGS=\"norvik.api:" + m_service.command_key().toUtf8() + "\"";
+    ASSERT_TRUE(text.contains(bindings)) << text.toStdString();
+    text.replace(bindings, "R_BINDINGS=norvik.api:nobody.home");
+    const QString silent = m_dir.filePath("silent.ini");
+    QFile out(silent);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(text);
+    out.close();
+
+    QProcess watch;
+    tools_test::start_tool(
+        watch, "quillon-watch",
+        {"-c", silent, "--key", m_client + ".#", "--count", "2", "--metadata-timeout", "2"});
+    ASSERT_TRUE(e2e::wait_until([&] { return watch.state() == QProcess::Running; }));
+    QThread::msleep(500);  // the watching queue is up, the question still open
+    publish_uplink();
+    const tools_test::tool_result r = tools_test::finish_tool(watch);
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(
+        r.err.contains("quillon-watch: no units from the service (get_metadata on norvik.api / "
+                       "nobody.home): values are printed without units"))
+        << r.err.toStdString();
+    const QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2) << r.out.toStdString();
+    EXPECT_TRUE(lines[0].endsWith("  modem 77  volume = 12.345")) << lines[0].toStdString();
 }
 
 TEST_P(WatchAgainstService, JsonPrintsTheBodiesAsTheyCame) {

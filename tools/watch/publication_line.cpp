@@ -51,11 +51,14 @@ QString modem_of(const QJsonObject& record, const QString& routing_key) {
     return routing_key.section('.', -1);
 }
 
-QString what(kind k, const QJsonObject& record) {
+QString what(kind k, const QJsonObject& record, const unit_table& units) {
     switch (k) {
         case kind::value: {
             QString text = record.value("obis_code").toString() + " = " + compact(record.value("value"));
-            const QString unit = record.value("unit").toString();
+            QString unit = record.value("unit").toString();
+            if (unit.isEmpty()) {
+                unit = units.unit_of(record.value("obis_code").toString());
+            }
             return unit.isEmpty() ? text : text + " " + unit;
         }
         case kind::event:
@@ -72,7 +75,8 @@ QString what(kind k, const QJsonObject& record) {
 
 }  // namespace
 
-QString describe(const QByteArray& body, const QString& routing_key, const QDateTime& arrival) {
+QString describe(const QByteArray& body, const QString& routing_key, const QDateTime& arrival,
+                 const unit_table& units) {
     const QString head = arrival.toString("yyyy-MM-dd hh:mm:ss") + "  " + routing_key + "  ";
     const QJsonDocument document = QJsonDocument::fromJson(body);
     if (!document.isObject()) {
@@ -87,7 +91,7 @@ QString describe(const QByteArray& body, const QString& routing_key, const QDate
     if (k == kind::other) {
         k = kind_of_record(record, routing_key);
     }
-    return head + "modem " + modem_of(record, routing_key) + "  " + what(k, record);
+    return head + "modem " + modem_of(record, routing_key) + "  " + what(k, record, units);
 }
 
 }  // namespace watch
