@@ -61,6 +61,7 @@ class raw_session {
 public:
     raw_session() : m_conn(PQconnectdb(conninfo().toUtf8().constData())) {
         EXPECT_EQ(PQstatus(m_conn), CONNECTION_OK) << PQerrorMessage(m_conn);
+        exec("SET client_min_messages = warning");
     }
     ~raw_session() { PQfinish(m_conn); }
     raw_session(const raw_session&) = delete;
