@@ -31,7 +31,12 @@ int lock_space_of(const QString& schema) {
 backend::backend(const pg_config& config)
     : m_config(config), m_link(config), m_partitions(config), m_lock_space(lock_space_of(config.schema)) {
     if (m_link.connect_blocking()) {
-        prepare_store();  // a schema that cannot be used ends start-up here
+        try {
+            prepare_store();  // a schema that cannot be used ends start-up here
+        } catch (const interfaces::store_unavailable& e) {
+            // Lost while preparing: prepared again once the link is back.
+            qWarning().noquote() << e.what();
+        }
     } else {
         qWarning().noquote() << "PostgreSQL store" << m_config.describe()
                              << "cannot be reached at start; waiting for it:" << m_link.error();
