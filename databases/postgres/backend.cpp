@@ -100,8 +100,12 @@ QString backend::link_error() const {
 }
 
 void backend::check_session_usable() {
-    if (m_batch_broken)
-        unavailable(m_config, "the batch was lost with its session (" + m_broken_reason + ")");
+    if (m_batch_broken) {
+        if (!m_link.up() || m_link.session() != m_transaction_session)
+            unavailable(m_config, "the batch was lost with its session (" + m_broken_reason + ")");
+        m_link.fail("batch broken",
+                    "its transaction was rolled back after an error (" + m_broken_reason + ")");
+    }
     if (m_transaction_depth > 0 && (m_transaction_lost || m_link.session() != m_transaction_session))
         unavailable(m_config, "the transaction was lost with its session");
     if (m_link.up() && (m_prepared || m_preparing))
@@ -134,7 +138,7 @@ result backend::run(const QString& sql, const params& values) {
 void backend::ensure_partition(const QString& table, qint64 ms) {
     check_session_usable();
     try {
-        m_partitions.ensure(m_link, table, ms, m_transaction_depth > 0);
+        m_partitions.ensure(m_link, table, ms, m_transaction_depth > 0 || m_batch_open);
     } catch (const interfaces::store_unavailable&) {
         lost_in_transaction();
         throw;

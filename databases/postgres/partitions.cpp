@@ -140,7 +140,7 @@ int partitions::drop_expired(pg_link& link, const QString& table, qint64 now_ms)
             rows = link.run(QString("SELECT count(*) FROM %1").arg(name)).to_int64(0, 0);
         try {
             link.run_plain("BEGIN");
-            link.run_plain("SET LOCAL lock_timeout = 1000");
+            link.run_plain("SET LOCAL lock_timeout = 200");
             link.run_plain("DROP TABLE " + name);
             link.run_plain("COMMIT");
         } catch (const interfaces::store_unavailable&) {

@@ -233,3 +233,24 @@ TEST_F(PostgresStore, TheHistoryQueryOfOneModemIsAnIndexScan) {
     EXPECT_FALSE(plan.contains("Seq Scan")) << plan.toStdString();
     EXPECT_FALSE(plan.contains("Sort  (")) << plan.toStdString();
 }
+
+// A partition made inside a unit of a batch that is undone is gone with it; the store
+// must not believe it exists, or later rows of its period would land in the default
+// partition.
+TEST_F(PostgresStore, APartitionMadeInAnUndoneUnitIsMadeAgainWhenNeeded) {
+    model::ul_message january;
+    january.modem_id = 3;
+    january.timestamp = QDateTime(QDate(2020, 1, 15), QTime(0, 0), Qt::UTC);
+    interfaces::IWriteBatch* batch = m_stores.messages->write_batch();
+    batch->begin_batch();
+    batch->begin_item();
+    m_stores.messages->ul().save(january);
+    EXPECT_TRUE(batch->end_item(false));
+    batch->commit_batch();
+    EXPECT_FALSE(partitions_of("ul_messages").contains("ul_messages_p20200101"));
+
+    january.timestamp = january.timestamp.addDays(1);
+    m_stores.messages->ul().save(january);
+    EXPECT_EQ(raw.rows("SELECT tableoid::regclass::text FROM " + m_schema + ".ul_messages"),
+              m_schema + ".ul_messages_p20200101");
+}
