@@ -43,7 +43,7 @@ public:
     void rolled_back();
 
     // Drops the partitions whose period is over and whose rows have all expired (each
-    // drop in a transaction of its own, waiting at most a second for the table); returns
+    // drop in a transaction of its own, waiting at most 0.2 s for the table); returns
     // the rows they held. Outside transactions only.
     int drop_expired(pg_link& link, const QString& table, qint64 now_ms);
     // Deletes at most max_rows expired rows (all when 0 or less) from the table or its
