@@ -67,7 +67,7 @@ void backend::prepare_store() {
     } done{m_preparing};
     try {
         migrate_schema(m_link, m_config.schema, m_lock_space);
-        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch());
+        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch(), m_lock_space);
         seed_devices(*this, db_common::device_seed(QJsonObject{{"devices", m_config.devices}}));
         m_prepared = true;
     } catch (const interfaces::store_unavailable&) {
@@ -359,7 +359,7 @@ void backend::maintenance_tick() {
         return;
     // A timer slot must not let an exception into the event loop.
     try {
-        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch());
+        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch(), m_lock_space);
         purge_tables(QStringList{"ul_messages", "dl_messages", "dev_values", "dev_events"},
                      m_config.purge_batch);
     } catch (const std::exception& e) {

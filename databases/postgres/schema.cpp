@@ -73,10 +73,6 @@ const QStringList version_1 = {
 
 const QList<QStringList> migrations = {version_1};
 
-// The second key of the migration lock; modem guards use the modem id there, and no
-// modem has this one.
-constexpr int migration_key = -2147483647 - 1;
-
 }  // namespace
 
 int current_schema_version() {
@@ -86,7 +82,7 @@ int current_schema_version() {
 void migrate_schema(pg_link& link, const QString& schema, int lock_space) {
     link.run_plain("BEGIN");
     try {
-        link.run("SELECT pg_advisory_xact_lock($1, $2)", params().add(lock_space).add(migration_key));
+        link.run("SELECT pg_advisory_xact_lock($1, $2)", params().add(lock_space).add(schema_lock_key));
         // The schema name is a checked plain identifier (see the configuration).
         link.run_plain("CREATE SCHEMA IF NOT EXISTS " + schema);
         link.run_plain("CREATE TABLE IF NOT EXISTS schema_version (version integer NOT NULL)");

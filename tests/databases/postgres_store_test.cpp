@@ -2,6 +2,7 @@
 // time partitions, value types, expiry by whole partitions, and the history query's plan.
 
 #include <QJsonArray>
+#include <thread>
 
 #include "databases/postgres/partitions.h"
 #include "databases/postgres/schema.h"
@@ -253,4 +254,31 @@ TEST_F(PostgresStore, APartitionMadeInAnUndoneUnitIsMadeAgainWhenNeeded) {
     m_stores.messages->ul().save(january);
     EXPECT_EQ(raw.rows("SELECT tableoid::regclass::text FROM " + m_schema + ".ul_messages"),
               m_schema + ".ul_messages_p20200101");
+}
+
+// Instances started together on a schema that does not exist yet: one creates it, the
+// others wait for it and find it made; nobody fails and the version is recorded once.
+TEST(PostgresStartTogether, InstancesStartingTogetherMigrateOnce) {
+    const QString schema = unique_schema("together");
+    std::vector<std::string> failures(4);
+    std::vector<std::thread> starts;
+    for (size_t i = 0; i < failures.size(); ++i) {
+        starts.emplace_back([&, i] {
+            try {
+                stores s = open_stores(config_for(schema));
+                s.clients->set_device(int(i), {"proto7", "X", {}});
+            } catch (const std::exception& e) {
+                failures[i] = e.what();
+            }
+        });
+    }
+    for (std::thread& t : starts)
+        t.join();
+    for (const std::string& failure : failures)
+        EXPECT_EQ(failure, "");
+    raw_session raw;
+    EXPECT_EQ(raw.rows("SELECT count(*), max(version) FROM " + schema + ".schema_version"),
+              QString("1|%1").arg(postgres_db::current_schema_version()));
+    EXPECT_EQ(raw.rows("SELECT count(*) FROM " + schema + ".devices"), "4");
+    raw.exec("DROP SCHEMA " + schema + " CASCADE");
 }
