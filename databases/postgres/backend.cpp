@@ -279,7 +279,16 @@ void backend::commit_batch() {
 std::shared_ptr<void> backend::guard(int modem_id) {
     forget_guards_of_lost_session();
     if (!m_guard_held.count(modem_id)) {
-        run("SELECT pg_advisory_lock($1, $2)", params().add(m_lock_space).add(modem_id));
+        try {
+            run("SELECT pg_advisory_lock($1, $2)", params().add(m_lock_space).add(modem_id));
+        } catch (const interfaces::store_unavailable&) {
+            throw;
+        } catch (const std::runtime_error& e) {
+            m_link.fail(QString("guard of modem %1 not taken").arg(modem_id),
+                        QString("another session held it for more than lock_timeout (%1 ms): %2")
+                            .arg(m_config.lock_timeout_ms)
+                            .arg(QString::fromUtf8(e.what())));
+        }
         m_guard_held.insert(modem_id);
         m_guard_session = m_link.session();
     }
