@@ -282,3 +282,24 @@ TEST(PostgresStartTogether, InstancesStartingTogetherMigrateOnce) {
     EXPECT_EQ(raw.rows("SELECT count(*) FROM " + schema + ".devices"), "4");
     raw.exec("DROP SCHEMA " + schema + " CASCADE");
 }
+
+// An operator who made the schema for the service's user gives that user no right on
+// the database itself: the store starts in the schema as it finds it.
+TEST(PostgresRights, AUserWhoOwnsItsSchemaButMayNotCreateSchemasStarts) {
+    const QString schema = unique_schema("owned");
+    const QString role = schema + "_user";
+    raw_session raw;
+    raw.exec("CREATE ROLE " + role + " LOGIN");
+    raw.exec("CREATE SCHEMA " + schema + " AUTHORIZATION " + role);
+    QJsonObject config = config_for(schema);
+    config["user"] = role;
+    try {
+        stores s = open_stores(config);
+        s.clients->set_device(1, {"proto7", "X", {}});
+        EXPECT_EQ(s.clients->devices().size(), 1u);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << e.what();
+    }
+    raw.exec("DROP SCHEMA " + schema + " CASCADE");
+    raw.exec("DROP ROLE " + role);
+}
