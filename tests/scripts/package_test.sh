@@ -54,7 +54,7 @@ step "control"
 dpkg-deb -e "$deb" "$work/control"
 depends=$(dpkg-deb -f "$deb" Depends)
 depends_names=$(tr ',' '\n' <<<"$depends" | awk '{print $1}')
-for dep in adduser libqt5sql5-sqlite libqt5core5a libqt5sql5 librabbitmq4 libc6 libstdc++6; do
+for dep in adduser libqt5sql5-sqlite libqt5core5a libqt5sql5 librabbitmq4 libpq5 libc6 libstdc++6; do
   grep -Fqx "$dep" <<<"$depends_names" || fail "Depends lacks $dep: $depends"
 done
 [ "$(dpkg-deb -f "$deb" Recommends)" = logrotate ] || fail "Recommends is not logrotate"
