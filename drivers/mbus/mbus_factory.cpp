@@ -24,8 +24,10 @@ std::shared_ptr<interfaces::IDriver> MbusDriverFactory::create(
     interfaces::dl_sender send_dl, int ttl_seconds, int) {
     auto driver = std::make_shared<MbusDriver>(m_config, std::move(messages), std::move(state),
                                                std::move(send_dl), ttl_seconds, std::move(eav));
-    // The driver sees one modem's meter link at a time, nothing else of the registry.
-    if (auto registry = m_registry) {
+    // The driver sees one modem's meter link at a time, nothing else of the registry. The
+    // factory lives as long as the plugin library and must not keep the store beyond the
+    // plugin manager that owns it: the driver takes it over.
+    if (auto registry = std::move(m_registry)) {
         driver->set_meter_directory([registry](int modem_id) { return registry->meter_link(modem_id); });
     }
     return driver;

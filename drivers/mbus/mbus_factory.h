@@ -48,6 +48,7 @@ public:
 
 private:
     mbus_driver_config m_config;
-    // Handed by prepare(); the driver reads only meter links from it.
+    // Handed by prepare() and passed on by create() to the driver, which reads only meter
+    // links from it.
     std::shared_ptr<interfaces::IDeviceClientsDatabase> m_registry;
 };
