@@ -28,6 +28,19 @@ QString read_identification(cursor& in) {
     return out;
 }
 
+// The long header's identification number, manufacturer, version and medium; `address`
+// keeps the same bytes in the link layer's order (manufacturer first).
+void read_meter_address(cursor& in, app_header& h) {
+    const int at = in.pos();
+    h.identification = read_identification(in);
+    h.manufacturer_code = read_word(in, "long header");
+    h.manufacturer = manufacturer_letters(h.manufacturer_code);
+    h.version = in.byte("long header");
+    h.medium = in.byte("long header");
+    const QByteArray& all = in.all();
+    h.address = all.mid(at + 4, 2) + all.mid(at, 4) + all.mid(at + 6, 2);
+}
+
 // Authentication and fragmentation layer: length, then the fields its fragmentation
 // control word (FCL) announces, in this order: message control (MCL, 1 byte), key
 // information (2), message counter (4), MAC (what is left), message length (2, last).
@@ -92,17 +105,8 @@ app_header read_header(cursor& in) {
             if (in.remaining() < 12) {
                 throw decode_error("truncated long header", in.pos());
             }
-            {
-                const int at = in.pos();
-                h.identification = read_identification(in);
-                h.manufacturer_code = read_word(in, "long header");
-                h.manufacturer = manufacturer_letters(h.manufacturer_code);
-                h.version = in.byte("long header");
-                h.medium = in.byte("long header");
-                const QByteArray& all = in.all();
-                h.address = all.mid(at + 4, 2) + all.mid(at, 4) + all.mid(at + 6, 2);
-                break;
-            }
+            read_meter_address(in, h);
+            break;
         default:
             throw decode_error(QString("unsupported CI field 0x%1").arg(h.ci, 2, 16, QChar('0')),
                                h.has_afl ? in.pos() - 1 : 0);
