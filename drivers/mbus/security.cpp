@@ -1,5 +1,7 @@
 #include "security.h"
 
+#include <algorithm>
+
 #include "aes.h"
 #include "header.h"
 
