@@ -60,7 +60,7 @@ struct device_record {
     QString hw_type;
     QStringList clients;
     // The meter's link-layer address and key (wireless M-Bus); empty when not registered.
-    meter_link meter;
+    meter_link meter = {};
     bool operator==(const device_record& o) const {
         return protocol == o.protocol && hw_type == o.hw_type && clients == o.clients && meter == o.meter;
     }
