@@ -30,6 +30,15 @@ public:
     virtual QString backend() const = 0;
 
     virtual IClientStore& clients_store() = 0;
+    // The meter link (address and key) of one modem; an empty record when the modem is
+    // unknown. Read by the protocol driver for decryption only: nothing it returns may be
+    // logged, published or put into a reply. A store overrides this with a lookup of one
+    // row; the default reads the whole registry.
+    virtual model::meter_link meter_link(int modem_id) {
+        const auto all = devices();
+        const auto found = all.find(modem_id);
+        return found == all.end() ? model::meter_link() : found->second.meter;
+    }
     // The back end's batch of writes, when it has one (shared by the objects of one back end).
     virtual IWriteBatch* write_batch() { return nullptr; }
 };

@@ -5,6 +5,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <map>
 #include <utility>
 
@@ -13,6 +14,10 @@
 #include "model/records.h"
 
 namespace interfaces {
+
+// Where a driver writes its lines into the service's log: a level (1 Error, 2 Warning,
+// 3 Info, 4 Debug) and the text.
+using log_sink = std::function<void(int level, const QString& text)>;
 
 // The protocol driver: one per process.
 class IDriver {
@@ -43,6 +48,8 @@ public:
     virtual void extract_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) = 0;
     virtual bool controller(const controller_event& event) = 0;
     virtual QJsonObject custom_query(const model::custom_query& query) = 0;
+    // Given once after creation by the plugin manager; a driver that logs nothing ignores it.
+    virtual void set_log(log_sink sink) { (void)sink; }
 };
 
 }  // namespace interfaces

@@ -7,6 +7,8 @@
 #include <map>
 #include <vector>
 
+#include "model/meter_link.h"
+
 namespace model {
 
 constexpr int default_history_limit = 3000;
@@ -57,8 +59,10 @@ struct device_record {
     QString protocol;
     QString hw_type;
     QStringList clients;
+    // The meter's link-layer address and key (wireless M-Bus); empty when not registered.
+    meter_link meter = {};
     bool operator==(const device_record& o) const {
-        return protocol == o.protocol && hw_type == o.hw_type && clients == o.clients;
+        return protocol == o.protocol && hw_type == o.hw_type && clients == o.clients && meter == o.meter;
     }
 };
 

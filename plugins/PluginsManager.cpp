@@ -93,8 +93,13 @@ std::shared_ptr<interfaces::IDriver> PluginsManager::create_driver(
                 continue;
             }
             entry.factory->prepare(pair, messages, eav, state_database(), clients_database());
-            return entry.factory->create(pair, messages, eav, state_database(), std::move(send_dl),
-                                         ttl_seconds, position);
+            auto driver = entry.factory->create(pair, messages, eav, state_database(), std::move(send_dl),
+                                                ttl_seconds, position);
+            if (driver) {
+                logger& log = m_log;
+                driver->set_log([&log](int level, const QString& text) { log_line(log, level) << text; });
+            }
+            return driver;
         }
     }
     log_line(m_log, Error) << "no driver plugin serves protocol " << m_config.protocol << " instance "

@@ -3,6 +3,7 @@
 #include <QDebug>
 #include <QJsonArray>
 #include <QJsonValue>
+#include <stdexcept>
 
 namespace db_common {
 
@@ -17,6 +18,7 @@ model::device_record device_record_from_json(const QJsonObject& entry) {
         }
         record.clients.append(client.toString());
     }
+    record.meter = model::meter_link_from_json(entry);
     return record;
 }
 
@@ -42,7 +44,15 @@ std::map<int, model::device_record> device_seed(const QJsonObject& configuration
             qWarning() << "device seed: entry" << it.key() << "is not an object; skipped";
             continue;
         }
-        devices[modem_id] = device_record_from_json(it.value().toObject());
+        try {
+            devices[modem_id] = device_record_from_json(it.value().toObject());
+        } catch (const std::invalid_argument& e) {
+            // A meter whose key or address is wrong would store nothing but undecoded
+            // telegrams: the store refuses to start instead.
+            throw std::runtime_error(QString("device seed: modem %1: %2")
+                                         .arg(it.key(), QString::fromUtf8(e.what()))
+                                         .toStdString());
+        }
     }
     return devices;
 }

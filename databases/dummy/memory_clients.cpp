@@ -20,3 +20,8 @@ std::pair<QString, QString> memory_clients::device(int modem_id) {
     }
     return {it->second.protocol, it->second.hw_type};
 }
+
+model::meter_link memory_clients::meter_link(int modem_id) {
+    const auto it = m_data.devices.find(modem_id);
+    return it == m_data.devices.end() ? model::meter_link() : it->second.meter;
+}

@@ -13,6 +13,7 @@ public:
     std::map<int, model::device_record> devices() override { return m_data.devices; }
     QString backend() const override { return "memory"; }
     interfaces::IClientStore& clients_store() override { return *this; }
+    model::meter_link meter_link(int modem_id) override;
 
     QStringList clients(int modem_id) override;
     std::pair<QString, QString> device(int modem_id) override;

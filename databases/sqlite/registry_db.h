@@ -8,7 +8,8 @@ namespace sqlite_db {
 
 class backend;
 
-// The device registry (table devices): protocol, hardware type and client list per modem.
+// The device registry (table devices): protocol, hardware type, client list and the
+// meter's link-layer address and key per modem.
 class client_store : public interfaces::IClientStore {
 public:
     explicit client_store(backend& db) : m_db(db) {}
@@ -27,6 +28,7 @@ public:
     std::map<int, model::device_record> devices() override;
     QString backend() const override;
     interfaces::IClientStore& clients_store() override { return m_clients; }
+    model::meter_link meter_link(int modem_id) override;
     interfaces::IWriteBatch* write_batch() override;
 
 private:

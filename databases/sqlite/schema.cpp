@@ -71,7 +71,15 @@ const QStringList version_1 = {
     "CREATE INDEX queue_sets_listed ON dl_queue_sets (queue_count, modem_id)",
 };
 
-const QList<QStringList> migrations = {version_1};
+// Version 2: a meter's link-layer address and AES key in the device registry (the key as
+// 32 lower-case hex digits; NULL when none).
+const QStringList version_2 = {
+    "ALTER TABLE devices ADD COLUMN manufacturer TEXT", "ALTER TABLE devices ADD COLUMN identification TEXT",
+    "ALTER TABLE devices ADD COLUMN version INTEGER",   "ALTER TABLE devices ADD COLUMN medium INTEGER",
+    "ALTER TABLE devices ADD COLUMN aes_key TEXT",
+};
+
+const QList<QStringList> migrations = {version_1, version_2};
 
 int stored_version(backend& db) {
     db.run_plain("CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)");

@@ -38,6 +38,8 @@ public:
         return out;
     }
 
+    const QByteArray& all() const { return m_bytes; }
+
     QByteArray rest() {
         QByteArray out = m_bytes.mid(m_pos);
         m_pos = m_bytes.size();

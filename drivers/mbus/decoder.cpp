@@ -6,6 +6,7 @@
 #include "data_field.h"
 #include "dib.h"
 #include "header.h"
+#include "security.h"
 #include "vib.h"
 
 namespace mbus {
@@ -65,17 +66,33 @@ double scale(double raw, const value_info& info) {
     return scaled * info.factor + info.offset;
 }
 
-decode_result decode(const QByteArray& payload) {
+bool needs_meter_link(const QByteArray& payload) {
+    try {
+        cursor in(payload);
+        const app_header h = read_header(in);
+        return h.encrypted() && (h.encryption_mode() == 5 || h.encryption_mode() == 7);
+    } catch (const decode_error&) {
+        return false;
+    }
+}
+
+decode_result decode(const QByteArray& payload, const model::meter_link& meter) {
     decode_result result;
     QStringList notes;  // what was odd but did not stop the decoding
-    cursor in(payload);
+    cursor header_in(payload);
+    QByteArray plain;  // the payload with its encrypted blocks decrypted
     try {
-        result.header = read_header(in);
-        if (result.header.encrypted()) {
-            result.status = "encrypted";
+        result.header = read_header(header_in);
+        const decryption d = decrypt(payload, header_in.pos(), result.header, meter);
+        if (d.result == decryption::outcome::skipped || d.result == decryption::outcome::failed) {
+            result.status = d.result == decryption::outcome::skipped ? "encrypted" : "decryption failed";
+            result.security_problem = d.problem;
             return result;
         }
-        if (result.header.encryption_mode() != 0) {
+        result.decrypted = d.result == decryption::outcome::decrypted;
+        plain = result.decrypted ? d.payload : payload;
+        cursor in(plain, header_in.pos());
+        if (!result.header.encrypted() && result.header.encryption_mode() != 0) {
             notes << QString(
                          "security mode %1 (configuration word 0x%2) is no defined encryption, records read "
                          "as plain")
@@ -109,8 +126,12 @@ decode_result decode(const QByteArray& payload) {
         // The CI field error reads "... at byte 0" without the comma of the others.
         const bool ci = e.text().startsWith("unsupported CI field");
         result.status = QString("error: %1%2 at byte %3").arg(e.text(), ci ? "" : ",").arg(e.offset());
+    } catch (const std::runtime_error& e) {
+        // A failure inside libcrypto: the message is kept undecoded.
+        result.status = "decryption failed";
+        result.security_problem = QString::fromUtf8(e.what());
     }
-    if (!notes.isEmpty() && result.status != "encrypted") {
+    if (!notes.isEmpty() && (result.status.startsWith("parsed") || result.status.startsWith("error"))) {
         result.status += "; " + notes.join("; ");
     }
     return result;

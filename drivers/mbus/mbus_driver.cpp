@@ -71,13 +71,43 @@ void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) 
     out.last_dl_bs_aver_busyness = in.last_dl_bs_aver_busyness;
     out.last_dl_bs_busyness = in.last_dl_bs_busyness;
 
-    const mbus::decode_result decoded = mbus::decode(in.payload);
+    const mbus::decode_result decoded = decode_for(in.modem_id, in.payload);
+    report_security(in.modem_id, decoded);
     out.tag = tag;
     out.parse_status = decoded.status;
     out.data = QJsonDocument(mbus::message_data(decoded));
     out.timestamp = QDateTime::currentDateTimeUtc();
     out.unique_id = mbus::unique_id(in.payload, in.modem_id, in.iterator, in.time_detected);
     out.ttl = time_or_now(in.time_detected).addSecs(m_ttl_seconds);
+}
+
+mbus::decode_result MbusDriver::decode_for(int modem_id, const QByteArray& payload) const {
+    // The registry is read only for a payload that needs it, and again for each message:
+    // a key set with quillon-devices applies from the next telegram on.
+    if (!m_meters || !mbus::needs_meter_link(payload)) {
+        return mbus::decode(payload);
+    }
+    return mbus::decode(payload, m_meters(modem_id));
+}
+
+void MbusDriver::report_security(int modem_id, const mbus::decode_result& decoded) {
+    if (decoded.security_problem.isEmpty()) {
+        if (decoded.decrypted) {
+            m_security_reported.erase(modem_id);
+        }
+        return;
+    }
+    QString& last = m_security_reported[modem_id];
+    if (last == decoded.security_problem) {
+        return;
+    }
+    last = decoded.security_problem;
+    if (m_log) {
+        m_log(2, QString("mbus: modem %1: %2; its telegrams are stored with parse_status \"%3\" and give no "
+                         "values (logged once until this changes)")
+                     .arg(modem_id)
+                     .arg(decoded.security_problem, decoded.status));
+    }
 }
 
 model::eav_list MbusDriver::explode(const model::ul_message& message) {
@@ -95,7 +125,7 @@ model::eav_list MbusDriver::explode_with(const model::ul_message& message, const
     ctx.tag = message.tag.isEmpty() ? QString(tag) : message.tag;
     ctx.message_id = mbus::message_id(message.unique_id);
     ctx.ttl = ctx.time_detected.addSecs(m_ttl_seconds);
-    model::eav_list records = mbus::to_eav(mbus::decode(message.payload), ctx);
+    model::eav_list records = mbus::to_eav(decode_for(message.modem_id, message.payload), ctx);
     const mbus::calibration calibration(calib);
     for (model::eav_record& r : records) {
         if (auto* v = std::get_if<model::dev_value>(&r)) {
@@ -107,7 +137,7 @@ model::eav_list MbusDriver::explode_with(const model::ul_message& message, const
 
 model::ul_message MbusDriver::redecode(const model::ul_message& stored) const {
     model::ul_message out = stored;
-    const mbus::decode_result decoded = mbus::decode(stored.payload);
+    const mbus::decode_result decoded = decode_for(stored.modem_id, stored.payload);
     out.tag = tag;
     out.parse_status = decoded.status;
     out.data = QJsonDocument(mbus::message_data(decoded));

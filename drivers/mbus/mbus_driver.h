@@ -3,10 +3,13 @@
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
+#include <functional>
+#include <map>
 #include <memory>
 #include <set>
 
 #include "interfaces/factories.h"
+#include "mbus_types.h"
 
 // The driver's configuration (plug_mbus.json).
 struct mbus_driver_config {
@@ -47,8 +50,17 @@ public:
     void extract_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) override;
     bool controller(const controller_event& event) override;
     QJsonObject custom_query(const model::custom_query& query) override;
+    void set_log(interfaces::log_sink sink) override { m_log = std::move(sink); }
+
+    // How the driver finds a modem's meter link (address and key) for decryption.
+    using meter_directory = std::function<model::meter_link(int modem_id)>;
+    void set_meter_directory(meter_directory directory) { m_meters = std::move(directory); }
 
 private:
+    // Decodes a payload of the modem, decrypting it with the modem's registry entry.
+    mbus::decode_result decode_for(int modem_id, const QByteArray& payload) const;
+    // One Warning per modem and problem while a modem's telegrams cannot be decrypted.
+    void report_security(int modem_id, const mbus::decode_result& decoded);
     void supersede(const QString& db_id);
     // A stored message decoded again with this driver: data, parse status and tag renewed.
     model::ul_message redecode(const model::ul_message& stored) const;
@@ -73,4 +85,7 @@ private:
     // Modems that have driver-built downlinks still open; read from the state once.
     std::set<int> m_watched;
     bool m_watch_loaded = false;
+    meter_directory m_meters;
+    interfaces::log_sink m_log;
+    std::map<int, QString> m_security_reported;  // modem -> the problem last logged
 };

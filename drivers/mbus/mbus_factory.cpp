@@ -13,14 +13,22 @@ void MbusDriverFactory::prepare(const interfaces::protocol_instance&,
                                 std::shared_ptr<interfaces::IMessagesDatabase>,
                                 std::shared_ptr<interfaces::IEAVDatabase>,
                                 std::shared_ptr<interfaces::IDriverState>,
-                                std::shared_ptr<interfaces::IDeviceClientsDatabase>) {
-    // The stores the driver needs come again with create().
+                                std::shared_ptr<interfaces::IDeviceClientsDatabase> clients) {
+    // The other stores come again with create(); the registry only here.
+    m_registry = std::move(clients);
 }
 
 std::shared_ptr<interfaces::IDriver> MbusDriverFactory::create(
     const interfaces::protocol_instance&, std::shared_ptr<interfaces::IMessagesDatabase> messages,
     std::shared_ptr<interfaces::IEAVDatabase> eav, std::shared_ptr<interfaces::IDriverState> state,
     interfaces::dl_sender send_dl, int ttl_seconds, int) {
-    return std::make_shared<MbusDriver>(m_config, std::move(messages), std::move(state), std::move(send_dl),
-                                        ttl_seconds, std::move(eav));
+    auto driver = std::make_shared<MbusDriver>(m_config, std::move(messages), std::move(state),
+                                               std::move(send_dl), ttl_seconds, std::move(eav));
+    // The driver sees one modem's meter link at a time, nothing else of the registry. The
+    // factory lives as long as the plugin library and must not keep the store beyond the
+    // plugin manager that owns it: the driver takes it over.
+    if (auto registry = std::move(m_registry)) {
+        driver->set_meter_directory([registry](int modem_id) { return registry->meter_link(modem_id); });
+    }
+    return driver;
 }

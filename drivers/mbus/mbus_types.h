@@ -22,14 +22,31 @@ struct app_header {
     int manufacturer_code = 0;
     int version = 0;
     int medium = 0;
+    QByteArray address;  // long header: manufacturer, identification, version, medium as the
+                         // link layer orders them (the 8 bytes of the A- and M-field)
     // Short and long header.
     int access_number = 0;
     int status = 0;
     int configuration = 0;
+    int configuration_extension = -1;  // security mode 7: the byte after the configuration word
+    // Authentication and fragmentation layer (CI 0x90) before the transport header.
+    bool has_afl = false;
+    bool has_message_counter = false;
+    QByteArray message_counter;  // 4 bytes as sent, least significant first
+    QByteArray mac;              // as sent; not checked
 
     bool has_status() const { return kind != "none"; }
     // Security (encryption) mode: bits 8-12 of the configuration word.
     int encryption_mode() const { return (configuration >> 8) & 0x1f; }
+    // Security modes 5 and 7: number of encrypted 16-byte blocks, bits 4-7.
+    int encrypted_blocks() const { return (configuration >> 4) & 0x0f; }
+    uint32_t message_counter_value() const {
+        uint32_t v = 0;
+        for (int i = message_counter.size() - 1; i >= 0; --i) {
+            v = (v << 8) | uint8_t(message_counter[i]);
+        }
+        return v;
+    }
     // True for the modes defined as encryption (DES-CBC 2 and 3, AES-CBC 4, 5 and 7,
     // AES-CTR 8, AES-GCM 9, AES-CCM 10, TLS 13). Other non-zero modes are reserved or
     // manufacturer specific and say nothing about the records: those are read as plain.
@@ -93,9 +110,13 @@ struct record {
 };
 
 struct decode_result {
-    // "parsed", "parsed; <notes>", "encrypted" or "error: ...[; <notes>]"; the notes name
-    // the skipped records and an odd header.
+    // "parsed", "parsed; <notes>", "encrypted", "decryption failed" or "error: ...[; <notes>]";
+    // the notes name the skipped records and an odd header.
     QString status;
+    // Why an encrypted payload was not decrypted ("encrypted") or why its decryption failed
+    // ("decryption failed"), for the log; never holds key material.
+    QString security_problem;
+    bool decrypted = false;
     app_header header;
     std::vector<record> records;
     QByteArray manufacturer_data;      // bytes after a 0x0f/0x1f marker

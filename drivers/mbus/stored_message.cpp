@@ -27,6 +27,19 @@ QJsonObject header_json(const app_header& h) {
         o["configuration"] = h.configuration;
         o["encryption_mode"] = h.encryption_mode();
     }
+    if (h.configuration_extension >= 0) {
+        o["configuration_extension"] = h.configuration_extension;
+    }
+    if (h.has_afl) {
+        QJsonObject afl;
+        if (h.has_message_counter) {
+            afl["message_counter"] = double(h.message_counter_value());
+        }
+        if (!h.mac.isEmpty()) {
+            afl["mac"] = hex_text(h.mac);
+        }
+        o["afl"] = afl;
+    }
     return o;
 }
 
@@ -94,6 +107,12 @@ QJsonObject record_json(const record& r) {
 
 QJsonObject message_data(const decode_result& decoded) {
     QJsonObject o{{"header", header_json(decoded.header)}};
+    if (decoded.header.encrypted()) {
+        o["decrypted"] = decoded.decrypted;
+        if (!decoded.security_problem.isEmpty()) {
+            o["security_problem"] = decoded.security_problem;
+        }
+    }
     QJsonArray records;
     for (const record& r : decoded.records) {
         records.append(record_json(r));

@@ -63,11 +63,11 @@ TEST_F(DevicesTool, AddsListsUpdatesAndRemovesDevices) {
     EXPECT_EQ(r.exit_code, 0) << r.err.toStdString();
     r = run({"list"});
     EXPECT_EQ(r.exit_code, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, "77\tproto7\tX\tc1,c2\n");
+    EXPECT_EQ(r.out, "77\tproto7\tX\tc1,c2\t-/-/-/-\tno key\n");
 
     r = run({"update", "77", "--hw-type", "Y"});
     EXPECT_EQ(r.exit_code, 0) << r.err.toStdString();
-    EXPECT_EQ(run({"list"}).out, "77\tproto7\tY\tc1,c2\n");
+    EXPECT_EQ(run({"list"}).out, "77\tproto7\tY\tc1,c2\t-/-/-/-\tno key\n");
 
     // The same store through the service's INI file.
     const QString ini = m_dir.filePath("quillon.ini");
@@ -81,7 +81,8 @@ TEST_F(DevicesTool, AddsListsUpdatesAndRemovesDevices) {
     }
     r = run_raw({"-c", ini, "add", "78", "--protocol", "other", "--hw-type", "Z"});
     EXPECT_EQ(r.exit_code, 0) << r.err.toStdString();
-    EXPECT_EQ(run_raw({"-c", ini, "list"}).out, "77\tproto7\tY\tc1,c2\n78\tother\tZ\t\n");
+    EXPECT_EQ(run_raw({"-c", ini, "list"}).out,
+              "77\tproto7\tY\tc1,c2\t-/-/-/-\tno key\n78\tother\tZ\t\t-/-/-/-\tno key\n");
 
     // What the tool wrote is what the service reads through the plugin.
     {
@@ -92,7 +93,7 @@ TEST_F(DevicesTool, AddsListsUpdatesAndRemovesDevices) {
 
     r = run({"remove", "77"});
     EXPECT_EQ(r.exit_code, 0) << r.err.toStdString();
-    EXPECT_EQ(run({"list"}).out, "78\tother\tZ\t\n");
+    EXPECT_EQ(run({"list"}).out, "78\tother\tZ\t\t-/-/-/-\tno key\n");
     r = run({"remove", "77"});
     EXPECT_EQ(r.exit_code, 1);
     EXPECT_TRUE(r.err.contains("no device 77")) << r.err.toStdString();
@@ -123,4 +124,55 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
+}
+
+// A meter's key goes in through the tool (from stdin, out of the process list) and never
+// comes out: list shows "key set", --json "aes_key_set"; a malformed key is refused
+// without being repeated.
+TEST_F(DevicesTool, KeysAreSetButNeverShown) {
+    const char* key = "000102030405060708090A0B0C0D0E0F";
+    tool_result r =
+        run({"--create", "add", "79", "--protocol", "proto7", "--hw-type", "wmbus", "--aes-key", key,
+             "--manufacturer", "amb", "--identification", "12345678", "--version", "0", "--medium", "0x03"});
+    EXPECT_EQ(r.exit_code, 0) << r.err.toStdString();
+    r = run({"list"});
+    EXPECT_EQ(r.out, "79\tproto7\twmbus\t\tAMB/12345678/0/3\tkey set\n");
+    r = run({"list", "--json"});
+    const QJsonObject entry =
+        QJsonDocument::fromJson(r.out.toUtf8()).object().value("devices").toObject().value("79").toObject();
+    EXPECT_EQ(entry.value("aes_key_set"), QJsonValue(true));
+    EXPECT_EQ(entry.value("manufacturer").toString(), "AMB");
+    EXPECT_EQ(entry.value("medium").toInt(), 3);
+    EXPECT_FALSE(r.out.contains(key, Qt::CaseInsensitive));
+    EXPECT_FALSE(r.out.contains("000102030405", Qt::CaseInsensitive));
+    EXPECT_EQ(sqlite_test::open_stores(config_for(m_store)).clients->meter_link(79).aes_key,
+              QByteArray::fromHex(key));
+
+    // From standard input; "none" removes it; other fields stay.
+    QProcess tool;
+    tool.setWorkingDirectory(m_dir.path());
+    tool.start(QUILLON_BIN_DIR "/quillon-devices",
+               {"--plugin-dir", QUILLON_BIN_DIR, "--db", "db_driver_sqlite", "--db-config", m_plugin_config,
+                "update", "79", "--aes-key", "-"});
+    tool.write("ffeeddccbbaa99887766554433221100\n");
+    tool.closeWriteChannel();
+    ASSERT_TRUE(tool.waitForFinished(60000));
+    EXPECT_EQ(tool.exitCode(), 0) << tool.readAllStandardError().toStdString();
+    EXPECT_EQ(sqlite_test::open_stores(config_for(m_store)).clients->meter_link(79).aes_key,
+              QByteArray::fromHex("ffeeddccbbaa99887766554433221100"));
+    EXPECT_EQ(run({"update", "79", "--aes-key", "none"}).exit_code, 0);
+    EXPECT_EQ(run({"list"}).out, "79\tproto7\twmbus\t\tAMB/12345678/0/3\tno key\n");
+
+    const char* bad = "000102030405060708090A0B0C0D0E0";
+    r = run({"update", "79", "--aes-key", bad});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(r.err.contains("\"aes_key\" must be 32 hex digits (16 bytes), got 31 characters"))
+        << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains("0102030405"));
+    r = run({"update", "79", "--version", "256"});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(r.err.contains("--version must be a whole number from 0 to 255")) << r.err.toStdString();
+    r = run({"update", "79", "--manufacturer", "AB"});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(r.err.contains("three letters")) << r.err.toStdString();
 }

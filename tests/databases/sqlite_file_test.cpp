@@ -203,8 +203,35 @@ TEST(SqliteFile, SchemaIsCreatedOnceAndSynchronousIsConfigurable) {
     open_stores(config);
     open_stores(config);  // a second start migrates nothing
     raw_connection raw(path);
-    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM schema_version").toInt(), 1);
-    EXPECT_EQ(raw.scalar("SELECT MAX(version) FROM schema_version").toInt(), 1);
+    EXPECT_EQ(raw.scalar("SELECT COUNT(*) FROM schema_version").toInt(), 2);
+    EXPECT_EQ(raw.scalar("SELECT MAX(version) FROM schema_version").toInt(), 2);
+}
+
+// A file of schema version 1 (no meter columns) is migrated: its devices stay, without
+// keys, and take keys afterwards.
+TEST(SqliteFile, VersionOneRegistryIsMigratedWithItsDevices) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("store.db");
+    open_stores(config_for(path));
+    {
+        raw_connection raw(path);
+        for (const char* column : {"manufacturer", "identification", "version", "medium", "aes_key"})
+            raw.exec(QString("ALTER TABLE devices DROP COLUMN %1").arg(column));
+        raw.exec("DELETE FROM schema_version WHERE version = 2");
+        raw.exec(
+            "INSERT INTO devices (modem_id, protocol, hw_type, clients) VALUES (5, 'proto7', 'X', "
+            "'[\"c1\"]')");
+    }
+    stores s = open_stores(config_for(path));
+    EXPECT_EQ(s.clients->devices().at(5), (model::device_record{"proto7", "X", {"c1"}, {}}));
+    EXPECT_TRUE(s.clients->meter_link(5).empty());
+    model::device_record keyed{"proto7", "X", {"c1"}, {}};
+    keyed.meter.aes_key = QByteArray(16, '\x5a');
+    s.clients->set_device(5, keyed);
+    EXPECT_EQ(s.clients->meter_link(5).aes_key, QByteArray(16, '\x5a'));
+    raw_connection raw(path);
+    EXPECT_EQ(raw.scalar("SELECT aes_key FROM devices WHERE modem_id = 5").toString(),
+              "5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a");
 }
 
 // An acknowledged uplink must survive a power loss: every commit is synced unless the

@@ -49,3 +49,31 @@ TEST_P(StoreSuite, IdsByHardwareTypeAndProtocolWithWildcards) {
     EXPECT_TRUE(state->ids("Z", "*").isEmpty());
     EXPECT_TRUE(state->ids("A", "proto8").isEmpty());
 }
+
+// An encrypted meter's address and key are kept with the device, replaced with it and
+// read back alone for the driver; a device without them reads back empty.
+TEST_P(StoreSuite, RegistryKeepsTheMeterLinkAndItsKey) {
+    model::device_record meter{"proto7", "wmbus", {"c1"}, {}};
+    meter.meter.manufacturer = "AMB";
+    meter.meter.identification = "12345678";
+    meter.meter.version = 0;
+    meter.meter.medium = 3;
+    meter.meter.aes_key = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f");
+    clients->set_device(9, meter);
+    EXPECT_EQ(clients->devices().at(9), meter);
+    EXPECT_EQ(clients->meter_link(9), meter.meter);
+    EXPECT_EQ(clients->meter_link(9).aes_key.size(), 16);
+
+    // A key alone (long-header meters need no address); version 0 is not "unset".
+    model::device_record key_only{"proto7", "wmbus", {}, {}};
+    key_only.meter.aes_key = QByteArray::fromHex("ffeeddccbbaa99887766554433221100");
+    clients->set_device(9, key_only);
+    EXPECT_EQ(clients->meter_link(9), key_only.meter);
+    EXPECT_TRUE(clients->meter_link(9).manufacturer.isEmpty());
+    EXPECT_EQ(clients->meter_link(9).version, -1);
+
+    EXPECT_TRUE(clients->meter_link(77).empty());     // the seed has none
+    EXPECT_TRUE(clients->meter_link(12345).empty());  // unknown modem
+    EXPECT_TRUE(clients->remove_device(9));
+    EXPECT_TRUE(clients->meter_link(9).empty());
+}

@@ -48,6 +48,30 @@ TEST(MbusDecodeTool, GoodPayloadGivesOneJsonLine) {
     EXPECT_TRUE(o["events"].toArray().isEmpty());
 }
 
+// The published short-header example (AMB8426-M manual) with its key and address; a bad
+// key is refused without being repeated.
+TEST(MbusDecodeTool, EncryptedPayloadWithTheMetersKey) {
+    const QString meter = R"({"aes_key": "000102030405060708090A0B0C0D0E0F", "manufacturer": "AMB",
+                              "identification": "12345678", "version": 0, "medium": 3})";
+    run_result r = run({"--meter", meter, "7a350010051e34c77cfe6c59b154b663297fe6c3f7"});
+    ASSERT_EQ(r.exit_code, 0) << r.err.toStdString();
+    QJsonObject message = QJsonDocument::fromJson(lines(r.out).value(0)).object()["message"].toObject();
+    EXPECT_EQ(message["parse_status"].toString(), "parsed");
+    const QJsonArray records = message["data"].toObject()["records"].toArray();
+    ASSERT_EQ(records.size(), 1);
+    EXPECT_EQ(records[0].toObject()["unit"].toString(), "ENC TEST");
+    EXPECT_FALSE(r.out.toLower().contains("000102030405060708090a0b0c0d0e0f"));
+
+    r = run({"7a350010051e34c77cfe6c59b154b663297fe6c3f7"});
+    message = QJsonDocument::fromJson(lines(r.out).value(0)).object()["message"].toObject();
+    EXPECT_EQ(message["parse_status"].toString(), "encrypted");
+
+    r = run({"--meter", R"({"aes_key": "0001020304050607"})", "7a350010051e34c77cfe6c59b154b663297fe6c3f7"});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_TRUE(r.err.contains("must be 32 hex digits")) << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains("0001020304050607"));
+}
+
 TEST(MbusDecodeTool, OneLinePerPayloadWithEvents) {
     const run_result r = run({"--modem-id", "12", "78041339300000", "7a01040000"});
     ASSERT_EQ(r.exit_code, 0) << r.err.toStdString();

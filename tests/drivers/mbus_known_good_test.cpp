@@ -1,6 +1,7 @@
 // Runs every known-good payload of data/mbus_*.json through the decoder: each case
 // gives the payload, the expected parse status and the expected (obis_code, value) list;
-// optionally the record count, the events as (code, parameter) and the value timestamps.
+// optionally the record count, the events as (code, parameter), the value timestamps and,
+// for encrypted payloads, the meter's registry entry ("meter").
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -53,10 +54,20 @@ void check_case(const known_case& kc) {
     const QJsonObject& c = kc.data;
     const std::string where = kc.file.toStdString() + ": " + c["name"].toString().toStdString();
     SCOPED_TRACE(where);
-    const mbus::decode_result r = mbus::decode(payload_of(c));
+    // "meter": the modem's registry entry (key and address) for encrypted payloads.
+    const mbus::decode_result r =
+        mbus::decode(payload_of(c), model::meter_link_from_json(c["meter"].toObject()));
     EXPECT_EQ(r.status.toStdString(), c["parse_status"].toString().toStdString());
     if (c.contains("records")) {
         EXPECT_EQ(int(r.records.size()), c["records"].toInt());
+    }
+    if (c.contains("record_quantities")) {
+        const QJsonArray quantities = c["record_quantities"].toArray();
+        ASSERT_EQ(int(r.records.size()), quantities.size());
+        for (int i = 0; i < quantities.size(); ++i) {
+            EXPECT_EQ(r.records[size_t(i)].info.quantity.toStdString(),
+                      quantities[i].toString().toStdString());
+        }
     }
 
     mbus::message_context ctx;

@@ -26,6 +26,11 @@ decode_session::decode_session(const decode_options& options)
     m_driver = m_plugins->create_driver(
         m_plugins->messages_database(), m_plugins->eav_database(),
         [](const model::dl_message&) { return QJsonObject(); }, m_options.ttl_seconds, 0);
+    if (!m_options.meter.empty()) {
+        // The in-memory registry is the tool's own: the meter is entered as the modem.
+        m_plugins->clients_database()->set_device(
+            m_options.modem_id, model::device_record{QString(), QString(), {}, m_options.meter});
+    }
 }
 
 QJsonObject decode_session::decode(const QByteArray& payload) {

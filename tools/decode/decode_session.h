@@ -8,6 +8,7 @@
 
 #include "app/logger.h"
 #include "interfaces/IDriver.h"
+#include "model/meter_link.h"
 #include "plugins/PluginsManager.h"
 
 struct decode_options {
@@ -17,6 +18,8 @@ struct decode_options {
     int modem_id = 0;
     QDateTime time_detected;  // invalid: now
     int ttl_seconds = 365 * 86400;
+    // The modem's meter address and key, as a registry entry has them (encrypted meters).
+    model::meter_link meter;
 };
 
 // A protocol driver loaded through the plugin manager, with the in-memory database

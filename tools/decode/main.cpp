@@ -3,6 +3,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTextStream>
 #include <exception>
@@ -47,9 +48,14 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption modem("modem-id", "Modem id of the uplink (default 0).", "N", "0");
     const QCommandLineOption detected("time-detected",
                                       "Detection time, seconds since 1970 UTC (default now).", "SECONDS");
+    const QCommandLineOption meter(
+        "meter",
+        "The meter's registry entry for encrypted payloads, as JSON: {\"aes_key\", \"manufacturer\", "
+        "\"identification\", \"version\", \"medium\"}; - reads it from standard input.",
+        "JSON");
     const QCommandLineOption pretty("pretty", "Indented output.");
     const QCommandLineOption chatty("verbose", "Show Qt's messages from plugin loading.");
-    parser.addOptions({plugin_dir, protocol, instance, modem, detected, pretty, chatty});
+    parser.addOptions({plugin_dir, protocol, instance, modem, detected, meter, pretty, chatty});
     parser.addPositionalArgument("HEX", "Payload in hexadecimal.", "HEX...");
     parser.process(app);
     verbose = parser.isSet(chatty);
@@ -80,6 +86,23 @@ int main(int argc, char* argv[]) {
             return fail(QString("not a number of seconds: '%1'").arg(parser.value(detected)), 2);
         }
         options.time_detected = QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
+    }
+
+    if (parser.isSet(meter)) {
+        QByteArray text = parser.value(meter).toUtf8();
+        if (text == "-") {
+            text = QTextStream(stdin).readAll().toUtf8();
+        }
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+        if (!document.isObject()) {
+            return fail("--meter is not a JSON object", 2);
+        }
+        try {
+            options.meter = model::meter_link_from_json(document.object());
+        } catch (const std::invalid_argument& e) {
+            return fail(QString("--meter: %1").arg(e.what()), 2);
+        }
     }
 
     try {

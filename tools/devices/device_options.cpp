@@ -5,6 +5,8 @@
 #include <QSettings>
 #include <stdexcept>
 
+#include "model/meter_link.h"
+
 namespace {
 
 [[noreturn]] void bad(const QString& text) {
@@ -26,6 +28,32 @@ QStringList clients_from(const QString& text) {
     return clients;
 }
 
+int link_byte(const QString& option, const QString& text) {
+    bool ok = false;
+    const int value = text.toInt(&ok, 0);
+    if (!ok || value < 0 || value > 255)
+        bad(QString("%1 must be a whole number from 0 to 255 (decimal or 0x..), not \"%2\"")
+                .arg(option, text));
+    return value;
+}
+
+// Checks a key given on the command line now, so that a typo fails before the store is
+// opened; the text is never repeated in the message.
+QString key_option(const QString& text) {
+    if (text != "-" && text != "none")
+        model::aes_key_from_hex(text);
+    return text;
+}
+
+template <class F>
+auto checked(F read) -> decltype(read()) {
+    try {
+        return read();
+    } catch (const std::invalid_argument& e) {
+        bad(QString::fromUtf8(e.what()));
+    }
+}
+
 }  // namespace
 
 QString device_usage() {
@@ -37,9 +65,9 @@ QString device_usage() {
         "\n"
         "Commands:\n"
         "  list                         print every device: id, protocol, hw_type, clients\n"
-        "  add <id> --protocol P --hw-type H [--clients c1,c2]\n"
+        "  add <id> --protocol P --hw-type H [--clients c1,c2] [meter options]\n"
         "                               add a device, or replace it whole if it exists\n"
-        "  update <id> [--protocol P] [--hw-type H] [--clients c1,c2]\n"
+        "  update <id> [--protocol P] [--hw-type H] [--clients c1,c2] [meter options]\n"
         "                               change the given fields of an existing device\n"
         "  remove <id>                  remove a device\n"
         "\n"
@@ -52,6 +80,17 @@ QString device_usage() {
         "  --db-config <path>           directory or .json file of the plugin configuration\n"
         "                               (overrides PLUGIN_DB_CONFIG_PATH; default: plugin dir)\n"
         "  --create                     allow creating a store file that does not exist yet\n"
+        "\n"
+        "Meter options (wireless M-Bus meters whose telegrams are encrypted):\n"
+        "  --aes-key <hex>|-|none       the meter's AES-128 key, 32 hex digits; - reads it from\n"
+        "                               standard input (keeps it out of the process list);\n"
+        "                               none removes it. list shows only whether a key is set\n"
+        "  --manufacturer <ABC>         the meter's manufacturer code, three letters\n"
+        "  --identification <12345678>  the meter's identification number, 8 digits\n"
+        "  --version <0-255>            the meter's version\n"
+        "  --medium <0-255>             the meter's device type (medium)\n"
+        "                               (the last four are needed for short-header telegrams,\n"
+        "                               whose application layer does not carry the address)\n"
         "  --json                       list as a \"devices\" object for a plugin configuration\n"
         "  -v, --verbose                show the plugin loader's diagnostic lines\n"
         "  -h, --help                   show this text\n"
@@ -85,6 +124,16 @@ device_options parse_device_options(const QStringList& arguments) {
             o.hw_type = value();
         else if (arg == "--clients")
             o.clients = clients_from(value());
+        else if (arg == "--aes-key")
+            o.key_text = checked([&] { return key_option(value()); });
+        else if (arg == "--manufacturer")
+            o.manufacturer = checked([&] { return model::manufacturer_from_text(value()); });
+        else if (arg == "--identification")
+            o.identification = checked([&] { return model::identification_from_text(value()); });
+        else if (arg == "--version")
+            o.version = link_byte(arg, value());
+        else if (arg == "--medium")
+            o.medium = link_byte(arg, value());
         else if (arg == "--json")
             o.json = true;
         else if (arg == "--create")
@@ -115,8 +164,10 @@ device_options parse_device_options(const QStringList& arguments) {
         o.modem_id = modem_id_from(positional.first());
     if (o.command == device_options::action::add && (!o.protocol || !o.hw_type))
         bad("add needs --protocol and --hw-type");
-    if (o.command == device_options::action::update && !o.protocol && !o.hw_type && !o.clients)
-        bad("update needs at least one of --protocol, --hw-type, --clients");
+    const bool meter = o.key_text || o.manufacturer || o.identification || o.version || o.medium;
+    if (o.command == device_options::action::update && !o.protocol && !o.hw_type && !o.clients && !meter)
+        bad("update needs at least one of --protocol, --hw-type, --clients, --aes-key, --manufacturer, "
+            "--identification, --version, --medium");
 
     if (!config_file.isEmpty()) {
         if (!QFileInfo(config_file).isReadable())

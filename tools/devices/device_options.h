@@ -15,6 +15,14 @@ struct device_options {
     std::optional<QString> protocol;
     std::optional<QString> hw_type;
     std::optional<QStringList> clients;
+    // The meter's link-layer address and key; checked when read. key_text "-" is read
+    // from standard input by the tool (so the key stays out of the process list), "none"
+    // removes the key.
+    std::optional<QString> manufacturer;
+    std::optional<QString> identification;
+    std::optional<int> version;
+    std::optional<int> medium;
+    std::optional<QString> key_text;
     bool json = false;     // list as the "devices" seed object
     bool create = false;   // allow a store file that does not exist yet
     bool verbose = false;  // keep the plugin loader's diagnostic lines

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "app/logger.h"
+#include "model/meter_link.h"
 #include "plugins/PluginsManager.h"
 #include "tools/devices/device_options.h"
 
@@ -55,21 +56,59 @@ void check_store_exists(const QJsonObject& configuration, bool create) {
                  .arg(file.absoluteFilePath()));
 }
 
+// The meter's address as one word: manufacturer, identification, version, medium; "-"
+// for what is not registered.
+QString meter_address(const model::meter_link& m) {
+    auto or_dash = [](const QString& text) { return text.isEmpty() ? QString("-") : text; };
+    auto byte = [](int value) { return value < 0 ? QString("-") : QString::number(value); };
+    return QString("%1/%2/%3/%4")
+        .arg(or_dash(m.manufacturer), or_dash(m.identification), byte(m.version), byte(m.medium));
+}
+
+// Never prints a key: only whether one is set.
 void list(interfaces::IDeviceClientsDatabase& registry, bool json) {
     const auto devices = registry.devices();
     if (json) {
         QJsonObject entries;
-        for (const auto& [id, device] : devices)
-            entries.insert(QString::number(id),
-                           QJsonObject{{"protocol", device.protocol},
-                                       {"hw_type", device.hw_type},
-                                       {"clients", QJsonArray::fromStringList(device.clients)}});
+        for (const auto& [id, device] : devices) {
+            QJsonObject entry = model::meter_link_public_json(device.meter);
+            entry["protocol"] = device.protocol;
+            entry["hw_type"] = device.hw_type;
+            entry["clients"] = QJsonArray::fromStringList(device.clients);
+            entries.insert(QString::number(id), entry);
+        }
         out() << QJsonDocument(QJsonObject{{"devices", entries}}).toJson(QJsonDocument::Indented);
         return;
     }
     for (const auto& [id, device] : devices)
         out() << id << '\t' << device.protocol << '\t' << device.hw_type << '\t' << device.clients.join(',')
-              << Qt::endl;
+              << '\t' << meter_address(device.meter) << '\t'
+              << (device.meter.has_key() ? "key set" : "no key") << Qt::endl;
+}
+
+// The key from the option: "-" reads one line of standard input.
+QByteArray key_from(const QString& option) {
+    QString text = option;
+    if (option == "-") {
+        QTextStream in(stdin);
+        text = in.readLine().trimmed();
+    }
+    if (text == "none")
+        return QByteArray();
+    try {
+        return model::aes_key_from_hex(text);
+    } catch (const std::invalid_argument& e) {
+        fail(QString::fromUtf8(e.what()));
+    }
+}
+
+void apply_meter_options(const device_options& options, model::meter_link& meter) {
+    if (options.key_text)
+        meter.aes_key = key_from(*options.key_text);
+    meter.manufacturer = options.manufacturer.value_or(meter.manufacturer);
+    meter.identification = options.identification.value_or(meter.identification);
+    meter.version = options.version.value_or(meter.version);
+    meter.medium = options.medium.value_or(meter.medium);
 }
 
 int run(const device_options& options) {
@@ -91,8 +130,10 @@ int run(const device_options& options) {
             break;
         case device_options::action::add: {
             const bool existed = registry->devices().count(id) > 0;
-            registry->set_device(
-                id, {*options.protocol, *options.hw_type, options.clients.value_or(QStringList())});
+            model::device_record device{
+                *options.protocol, *options.hw_type, options.clients.value_or(QStringList()), {}};
+            apply_meter_options(options, device.meter);
+            registry->set_device(id, device);
             out() << (existed ? "replaced device " : "added device ") << id << Qt::endl;
             break;
         }
@@ -105,6 +146,7 @@ int run(const device_options& options) {
             device.protocol = options.protocol.value_or(device.protocol);
             device.hw_type = options.hw_type.value_or(device.hw_type);
             device.clients = options.clients.value_or(device.clients);
+            apply_meter_options(options, device.meter);
             registry->set_device(id, device);
             out() << "updated device " << id << Qt::endl;
             break;
