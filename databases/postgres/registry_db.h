@@ -9,7 +9,8 @@ namespace postgres_db {
 
 class backend;
 
-// The device registry (table devices): protocol, hardware type and client list per modem.
+// The device registry (table devices): protocol, hardware type and client list per modem,
+// and the meter's link-layer address and AES key where the registry has them.
 class client_store : public interfaces::IClientStore {
 public:
     explicit client_store(backend& db) : m_db(db) {}
@@ -26,6 +27,8 @@ public:
     void set_device(int modem_id, const model::device_record& device) override;
     bool remove_device(int modem_id) override;
     std::map<int, model::device_record> devices() override;
+    // One row's address and key, for a telegram to decrypt.
+    model::meter_link meter_link(int modem_id) override;
     QString backend() const override;
     interfaces::IClientStore& clients_store() override { return m_clients; }
     interfaces::IWriteBatch* write_batch() override;

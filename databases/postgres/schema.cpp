@@ -71,7 +71,14 @@ const QStringList version_1 = {
     "CREATE INDEX queue_sets_listed ON dl_queue_sets (queue_count, modem_id)",
 };
 
-const QList<QStringList> migrations = {version_1};
+// Version 2: a meter's link-layer address and AES key in the device registry (the key as
+// 32 lower-case hex digits; NULL when none).
+const QStringList version_2 = {
+    "ALTER TABLE devices ADD COLUMN manufacturer text, ADD COLUMN identification text,"
+    " ADD COLUMN version integer, ADD COLUMN medium integer, ADD COLUMN aes_key text",
+};
+
+const QList<QStringList> migrations = {version_1, version_2};
 
 }  // namespace
 

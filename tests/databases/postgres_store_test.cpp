@@ -125,7 +125,8 @@ TEST_F(PostgresStore, AFreshSchemaIsCreatedAtTheCurrentVersionWithPartitionsAhea
 
     // A second instance on the same schema migrates nothing and shares the rows.
     stores second = open_stores(config_for(m_schema));
-    EXPECT_EQ(raw.rows("SELECT count(*) FROM " + m_schema + ".schema_version"), "1");
+    EXPECT_EQ(raw.rows("SELECT count(*) FROM " + m_schema + ".schema_version"),
+              QString::number(postgres_db::current_schema_version()));
     m_stores.clients->set_device(5, {"proto7", "X", {"c"}});
     EXPECT_EQ(second.clients->clients_store().device(5), (std::pair<QString, QString>{"proto7", "X"}));
 }
@@ -145,6 +146,42 @@ TEST_F(PostgresStore, ASchemaOfANewerVersionIsRefusedAndLeftAsItIs) {
     }
     EXPECT_EQ(raw.rows("SELECT count(*) FROM pg_tables WHERE schemaname = '" + other + "'"), "1");
     raw.exec("DROP SCHEMA " + other + " CASCADE");
+}
+
+// A schema left at version 1 (a registry without meter columns) by an older service: its
+// devices survive the upgrade and can take a meter's address and key afterwards.
+TEST_F(PostgresStore, ASchemaOfVersionOneIsUpgradedAndKeepsItsDevices) {
+    const QString old = unique_schema("v1");
+    open_stores(config_for(old));
+    raw.exec("ALTER TABLE " + old +
+             ".devices DROP COLUMN manufacturer, DROP COLUMN identification, DROP COLUMN version,"
+             " DROP COLUMN medium, DROP COLUMN aes_key");
+    raw.exec("DELETE FROM " + old + ".schema_version WHERE version > 1");
+    raw.exec("INSERT INTO " + old +
+             ".devices (modem_id, protocol, hw_type, clients) VALUES (7, 'proto7', 'X',"
+             " '[\"c1\"]')");
+
+    stores upgraded = open_stores(config_for(old));
+    EXPECT_EQ(raw.rows("SELECT max(version) FROM " + old + ".schema_version"), "2");
+    const auto devices = upgraded.clients->devices();
+    ASSERT_EQ(devices.count(7), 1u);
+    EXPECT_EQ(devices.at(7).clients, QStringList{"c1"});
+    EXPECT_TRUE(devices.at(7).meter.aes_key.isEmpty());
+    EXPECT_EQ(devices.at(7).meter.version, -1);
+
+    model::device_record with_key{"proto7", "X", {"c1"}};
+    with_key.meter.manufacturer = "AMB";
+    with_key.meter.identification = "12345678";
+    with_key.meter.version = 1;
+    with_key.meter.medium = 7;
+    with_key.meter.aes_key = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f");
+    upgraded.clients->set_device(7, with_key);
+    EXPECT_EQ(upgraded.clients->meter_link(7), with_key.meter);
+    // Stored as 32 lower-case hex digits, and an unknown modem has no link.
+    EXPECT_EQ(raw.rows("SELECT aes_key FROM " + old + ".devices WHERE modem_id = 7"),
+              "000102030405060708090a0b0c0d0e0f");
+    EXPECT_EQ(upgraded.clients->meter_link(8), model::meter_link());
+    raw.exec("DROP SCHEMA " + old + " CASCADE");
 }
 
 TEST_F(PostgresStore, RowsGoToThePartitionOfTheirPeriodAndTimelessOnesToTheDefault) {
@@ -278,7 +315,7 @@ TEST(PostgresStartTogether, InstancesStartingTogetherMigrateOnce) {
         EXPECT_EQ(failure, "");
     raw_session raw;
     EXPECT_EQ(raw.rows("SELECT count(*), max(version) FROM " + schema + ".schema_version"),
-              QString("1|%1").arg(postgres_db::current_schema_version()));
+              QString("%1|%1").arg(postgres_db::current_schema_version()));
     EXPECT_EQ(raw.rows("SELECT count(*) FROM " + schema + ".devices"), "4");
     raw.exec("DROP SCHEMA " + schema + " CASCADE");
 }
