@@ -107,6 +107,8 @@ general_settings load_general_settings(QSettings& settings) {
     general.balancer_route_key = text_value(settings, "BALANCER_ROUTE_KEY", "balancer");
     // Our own addition: the routing-key prefix under which requested history comes back.
     general.history_routing_key_prefix = text_value(settings, "R_HISTORY_PREFIX", QString());
+    general.metrics_port = settings.value("METRICS_PORT", 0).toInt();
+    general.metrics_address = text_value(settings, "METRICS_ADDRESS", "127.0.0.1");
     return general;
 }
 

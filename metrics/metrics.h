@@ -144,6 +144,14 @@ private:
     std::map<std::vector<std::string>, std::unique_ptr<Metric>> m_children;
 };
 
+template <>
+void family<counter>::append_samples(const std::vector<std::string>& values, std::vector<sample>& out) const;
+template <>
+void family<gauge>::append_samples(const std::vector<std::string>& values, std::vector<sample>& out) const;
+template <>
+void family<histogram>::append_samples(const std::vector<std::string>& values,
+                                       std::vector<sample>& out) const;
+
 // Families in the order they were added, plus collectors that compute samples at scrape
 // time (process figures). Families are added before scraping starts.
 class registry {
