@@ -118,10 +118,7 @@ Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 del
     m_handling_tag = deliveryTag;
     model::ul_message parsed;
     const QString msg_type = message.value("msg_type").toString();
-    const type kind = msg_type == "ul_app"     ? type::ul_app
-                      : msg_type == "ul_hb"    ? type::ul_hb
-                      : is_dl_report(msg_type) ? type::dl_report
-                                               : type::unknown;
+    const type kind = typeOf(message);
     const handling_result acknowledged{outcome::acknowledge, {}, kind, verdict::acked};
     const handling_result not_mine{outcome::reject, {}, kind, verdict::rejected_not_mine};
     try {
@@ -161,6 +158,15 @@ Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 del
         return {outcome::reject_and_undo, failureLine(QString(), deliveryTag, message, nullptr), kind,
                 verdict::rejected_error};
     }
+}
+
+service_metrics::uplink_type Engiene::typeOf(const QJsonObject& message) {
+    using type = service_metrics::uplink_type;
+    const QString msg_type = message.value("msg_type").toString();
+    return msg_type == "ul_app"     ? type::ul_app
+           : msg_type == "ul_hb"    ? type::ul_hb
+           : is_dl_report(msg_type) ? type::dl_report
+                                    : type::unknown;
 }
 
 void Engiene::afterAccepted(const controller_event& event) {

@@ -109,6 +109,7 @@ private:
     void runAlone(const std::function<void()>& work);
 
     handling_result handle(const QJsonObject& message, quint64 deliveryTag);
+    static service_metrics::uplink_type typeOf(const QJsonObject& message);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
     bool driverAccepts(const QString& protocol, const QString& hw_type) const;
     // Steps after a message's own writes (downlink statuses, the controller hook, the

@@ -53,6 +53,7 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         // The store cannot even begin (its lock is held elsewhere, the file is gone).
         delivery.failure =
             failureLine(QString("Std::exception: ") + e.what(), delivery.tag, delivery.message, nullptr);
+        delivery.type = typeOf(delivery.message);
         settle(delivery);
         return;
     }

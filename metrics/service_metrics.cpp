@@ -41,10 +41,22 @@ service_metrics::service_metrics() {
     auto& uplinks = m_registry.add_counter(
         "quillon_uplinks_total",
         "Deliveries from the uplink queue by message type and how they were settled.", {"type", "outcome"});
-    for (std::size_t t = 0; t < 4; ++t) {
-        for (std::size_t o = 0; o < 5; ++o) {
-            m_uplinks[t][o] = &uplinks.with({uplink_types[t], uplink_outcomes[o]});
-        }
+    m_uplink_family = &uplinks;
+    using t = uplink_type;
+    using o = uplink_outcome;
+    const std::pair<t, o> expected[] = {{t::ul_app, o::acked},
+                                        {t::ul_app, o::rejected_not_mine},
+                                        {t::ul_app, o::rejected_error},
+                                        {t::ul_hb, o::rejected_heartbeat},
+                                        {t::ul_hb, o::rejected_not_mine},
+                                        {t::ul_hb, o::rejected_error},
+                                        {t::dl_report, o::acked},
+                                        {t::dl_report, o::rejected_not_mine},
+                                        {t::dl_report, o::rejected_error},
+                                        {t::unknown, o::rejected_bad},
+                                        {t::unknown, o::rejected_error}};
+    for (const auto& pair : expected) {
+        uplink(pair.first, pair.second);
     }
     m_uplink_seconds =
         &m_registry
@@ -119,7 +131,11 @@ void service_metrics::set_build(const build_facts& facts) {
 }
 
 metrics::counter& service_metrics::uplink(uplink_type type, uplink_outcome outcome) {
-    return *m_uplinks[at(type)][at(outcome)];
+    metrics::counter*& child = m_uplinks[at(type)][at(outcome)];
+    if (!child) {
+        child = &m_uplink_family->with({uplink_types[at(type)], uplink_outcomes[at(outcome)]});
+    }
+    return *child;
 }
 
 void service_metrics::count_command(const QString& name, const char* outcome, double seconds) {

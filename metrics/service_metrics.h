@@ -76,6 +76,8 @@ public:
 
 private:
     metrics::registry m_registry;
+    metrics::family<metrics::counter>* m_uplink_family = nullptr;
+    // Made up front for the pairs that occur; any other on first use (loop thread only).
     std::array<std::array<metrics::counter*, 5>, 4> m_uplinks{};
     metrics::histogram* m_uplink_seconds = nullptr;
     metrics::counter* m_publications = nullptr;
