@@ -229,6 +229,21 @@ TEST_F(MetricsE2E, HealthTurns503WhileTheBrokerIsDownAnd200WhenItReturns) {
     EXPECT_GE(back["quillon_amqp_reconnects_total{link=\"commands_in\"}"], 1);
 }
 
+TEST_F(MetricsE2E, AMetricsPortThatIsTakenStopsTheStartWithAClearError) {
+    service_process second;
+    second.set("GENERAL_SETTINGS", "METRICS_PORT", QString::number(m_port));
+    ASSERT_TRUE(second.launch());
+    ASSERT_TRUE(second.wait_for_exit(30000));
+    EXPECT_EQ(second.exit_code(), 1);
+    const QString error = QString::fromUtf8(second.standard_error());
+    EXPECT_TRUE(error.contains(QString("start-up failed: METRICS_ADDRESS/METRICS_PORT cannot be used: cannot "
+                                       "listen on 127.0.0.1 port %1")
+                                   .arg(m_port)))
+        << error.toStdString();
+    // The first instance serves on.
+    EXPECT_TRUE(health_is(200));
+}
+
 // Every query of the dashboard names metrics that a real scrape of the service shows,
 // and each parses as PromQL (promtool checks them as recording rules).
 TEST_F(MetricsE2E, DashboardQueriesNameOnlyExportedMetrics) {
