@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <atomic>
 #include <cmath>
@@ -84,8 +85,26 @@ TEST(Concurrency, ScrapesWhileTheLoopWritesSeeConsistentValues) {
         }
     });
 
+    // A second reader takes the histogram's own snapshots as fast as it can.
+    std::atomic<long> snapshots{0};
+    std::string snapshot_failure;
+    std::thread hammer([&] {
+        while (!stop.load() && snapshot_failure.empty()) {
+            const metrics::histogram::snapshot s = latency.read();
+            const uint64_t low = s.cumulative[1];  // observations of 0.25
+            if (s.cumulative[3] != s.count || low != (s.count + 1) / 2 ||
+                s.sum != 0.25 * double(low) + 0.75 * double(s.count - low)) {
+                snapshot_failure = "torn snapshot: count " + std::to_string(s.count) + " low " +
+                                   std::to_string(low) + " sum " + std::to_string(s.sum);
+            }
+            ++snapshots;
+        }
+    });
+
     // The loop's side: timers write, as the engine does, and add label sets as they come.
     int written = 0;
+    QElapsedTimer running;
+    running.start();
     QTimer writer;
     QObject::connect(&writer, &QTimer::timeout, [&] {
         for (int i = 0; i < 200; ++i, ++written) {
@@ -94,7 +113,7 @@ TEST(Concurrency, ScrapesWhileTheLoopWritesSeeConsistentValues) {
             requests.with({"kind" + std::to_string(written % 50)}).inc();
             level.set(written % 2 == 0 ? 1e9 : 0);
         }
-        if (written >= 100000 && scrapes.load() >= 50) {
+        if (written >= 100000 && scrapes.load() >= 50 && running.elapsed() >= 1000) {
             app.quit();
         }
     });
@@ -103,8 +122,11 @@ TEST(Concurrency, ScrapesWhileTheLoopWritesSeeConsistentValues) {
     app.exec();
     stop = true;
     scraper.join();
+    hammer.join();
 
     EXPECT_EQ(failure, "");
+    EXPECT_EQ(snapshot_failure, "");
+    EXPECT_GT(snapshots.load(), 1000);
     EXPECT_GE(written, 100000);
     EXPECT_GE(scrapes.load(), 50);
     const metrics::histogram::snapshot end = latency.read();
