@@ -1,6 +1,7 @@
 // What the engine counts: each delivery once, under its type and the way it was settled;
 // store commits and their failures; downlinks by who asked for them.
 
+#include <QtTest/QTest>
 #include <stdexcept>
 
 #include "engine_fixture.h"
@@ -43,6 +44,33 @@ public:
 private:
     std::shared_ptr<interfaces::IMessagesDatabase> m_inner;
     failing_batch& m_batch;
+};
+
+// Uplinks that cannot be looked up: the store's server went away.
+class unreachable_uplinks : public interfaces::IUplinkStore {
+public:
+    void save(const model::ul_message&) override { throw std::runtime_error("database is locked"); }
+    void get_roll(model::per_modem<model::ul_message>&, const model::roll_query&) override {}
+    QList<int> modems() override { return {}; }
+    void device(std::pair<QString, QString>&, int) override {
+        throw std::runtime_error("database is locked");
+    }
+};
+
+class unreachable_messages : public interfaces::IMessagesDatabase {
+public:
+    explicit unreachable_messages(std::shared_ptr<interfaces::IMessagesDatabase> inner)
+        : m_inner(std::move(inner)) {}
+    QString backend() const override { return m_inner->backend(); }
+    int purge_expired(int max_rows) override { return m_inner->purge_expired(max_rows); }
+    qint64 uplink_count() override { return m_inner->uplink_count(); }
+    qint64 downlink_count() override { return m_inner->downlink_count(); }
+    interfaces::IUplinkStore& ul() override { return m_ul; }
+    interfaces::IDownlinkStore& dl() override { return m_inner->dl(); }
+
+private:
+    std::shared_ptr<interfaces::IMessagesDatabase> m_inner;
+    unreachable_uplinks m_ul;
 };
 
 class EngineMetrics : public EngineFixture {
@@ -120,6 +148,17 @@ TEST_F(EngineMetrics, AFailedCommitCountsAsAStoreErrorUntilTheStoreAnswersAgain)
     Q_EMIT m_receiver->drained();
     EXPECT_FALSE(metrics().store_up());
     EXPECT_TRUE(metrics().health().body.contains("\"store_error\":\"disk I/O error\""));
+}
+
+// With no traffic to tell, the loop asks the idle store a cheap question.
+TEST_F(EngineMetrics, AnIdleStoreThatDoesNotAnswerIsReportedDown) {
+    m_messages_override = std::make_shared<unreachable_messages>(messages());
+    make_engine();
+    EXPECT_TRUE(metrics().store_up());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !metrics().store_up(); }, 5000));
+    EXPECT_TRUE(metrics().health().body.contains("\"store_error\":\"database is locked\""));
+    EXPECT_EQ(metrics().store_errors().value(), 1);
+    EXPECT_EQ(metrics().store_seconds(service_metrics::store_operation::probe).read().count, 1u);
 }
 
 TEST_F(EngineMetrics, DownlinksAreCountedByWhoAskedWhenTheyGoOut) {
