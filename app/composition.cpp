@@ -37,8 +37,8 @@ public:
 private:
     std::unique_ptr<PluginsManager> m_plugins;
     std::unique_ptr<Engiene> m_engine;
-    std::unique_ptr<http_endpoint>
-        m_metrics_endpoint;  // stopped first: its thread reads the engine's metrics
+    // Stopped first: its thread reads the engine's metrics.
+    std::unique_ptr<http_endpoint> m_metrics_endpoint;
 };
 
 QString history_prefix(const startup_records& records) {
@@ -114,9 +114,11 @@ void start_metrics(const startup_records& records, Engiene& engine, service_grap
     if (port == 0) {
         return;
     }
-    graph.set_metrics_endpoint(serve_metrics(engine.metrics(), records.general.metrics_address, port));
-    log_line(*records.log, Info) << "metrics and health served on http://" << records.general.metrics_address
-                                 << ":" << QString::number(port) << "/metrics and /health";
+    const QString& address = records.general.metrics_address;
+    graph.set_metrics_endpoint(serve_metrics(engine.metrics(), address, port));
+    const QString host = address.contains(':') ? "[" + address + "]" : address;
+    log_line(*records.log, Info) << "metrics and health served on http://" << host << ":"
+                                 << QString::number(port) << "/metrics and /health";
 }
 
 }  // namespace
