@@ -113,6 +113,36 @@ TEST_F(Endpoint, ATakenPortOrABadAddressIsAnError) {
     EXPECT_THROW(serve_metrics(std::make_shared<service_metrics>(), "127.0.0.1", m_port), std::runtime_error);
 }
 
+TEST(EndpointAddress, ListensOnAnIPv6Address) {
+    http_endpoint endpoint(
+        [] {
+            return http_endpoint::response{200, "text/plain", "six\n"};
+        },
+        [] { return http_endpoint::response{}; });
+    if (!endpoint.start("::1", 0)) {
+        GTEST_SKIP() << "no IPv6 loopback here: " << endpoint.error().toStdString();
+    }
+    const int fd = socket(AF_INET6, SOCK_STREAM, 0);
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(uint16_t(endpoint.port()));
+    inet_pton(AF_INET6, "::1", &address.sin6_addr);
+    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const std::string request = "GET /metrics HTTP/1.0\r\n\r\n";
+    (void)!write(fd, request.data(), request.size());
+    std::string answer;
+    char buffer[1024];
+    ssize_t n;
+    while ((n = read(fd, buffer, sizeof buffer)) > 0) {
+        answer.append(buffer, size_t(n));
+    }
+    close(fd);
+    EXPECT_EQ(status_of(answer), 200);
+    EXPECT_EQ(body_of(answer), "six\n");
+    // Not on the IPv4 loopback.
+    EXPECT_EQ(get(endpoint.port(), "/metrics"), "connect failed");
+}
+
 TEST(MetricsServer, ServesTheCatalogAndTheHealth) {
     auto metrics = std::make_shared<service_metrics>();
     auto endpoint = serve_metrics(metrics, "127.0.0.1", 0);
