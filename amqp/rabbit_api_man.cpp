@@ -4,6 +4,7 @@
 #include <QMetaObject>
 #include <QTimer>
 #include <QUuid>
+#include <chrono>
 #include <deque>
 #include <exception>
 #include <map>
@@ -85,6 +86,12 @@ struct rabbit_api_man::impl {
     // True when the command was refused (and so answered and settled).
     bool refused(const api_message& message, uint64_t tag);
     void reply(const api_message& message, const QJsonObject& result);
+    void served(const QString& name, const char* outcome, std::chrono::steady_clock::time_point start) const {
+        if (observe) {
+            const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+            observe(name, outcome, took.count());
+        }
+    }
 
     logger& log;
     rabbit_api_config cfg;
@@ -96,6 +103,7 @@ struct rabbit_api_man::impl {
     handling_gate* gate = nullptr;
     unit_runner runner;
     access_check may_access;
+    command_observer observe;
     // Runs per command id, of the most recent commands: a command whose settlement was
     // lost twice (each time with its connection) is not run a third time.
     std::map<QUuid, int> runs;
@@ -132,6 +140,18 @@ void rabbit_api_man::set_unit_runner(unit_runner runner) {
 
 void rabbit_api_man::set_access_check(access_check check) {
     m_impl->may_access = std::move(check);
+}
+
+void rabbit_api_man::set_command_observer(command_observer observer) {
+    m_impl->observe = std::move(observer);
+}
+
+amqp::connection& rabbit_api_man::receiver_transport() const {
+    return m_impl->receiver->transport();
+}
+
+amqp::connection& rabbit_api_man::publisher_transport() const {
+    return m_impl->publisher->transport();
 }
 
 QString rabbit_api_man::reply_key() const {
@@ -307,7 +327,9 @@ void rabbit_api_man::impl::reply(const api_message& message, const QJsonObject& 
 }
 
 void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t tag, bool redelivered) {
+    const auto start = std::chrono::steady_clock::now();
     if (refused(message, tag)) {
+        served(message.msg_type, "forbidden", start);
         return;
     }
     if (!may_run(message, redelivered)) {
@@ -317,15 +339,29 @@ void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t t
                              << " delivered again after " << QString::number(most_runs)
                              << " runs that could not be settled; rejected without running it again";
         receiver->reject_message(tag);
+        served(message.msg_type, "repeated", start);
         return;
     }
-    const std::shared_ptr<ICommandHandler> handler = factory(message.msg_type);
+    std::shared_ptr<ICommandHandler> handler;
+    try {
+        handler = factory(message.msg_type);
+    } catch (...) {
+        served(message.msg_type, "unknown", start);
+        throw;
+    }
     if (!handler) {
+        served(message.msg_type, "unknown", start);
         throw std::runtime_error((message.msg_type + " has no handler").toStdString());
     }
     // The reply and the acknowledgement go out only once the command's writes are stored.
     QJsonObject result;
-    run_unit([&] { result = handler->execute(message); });
+    try {
+        run_unit([&] { result = handler->execute(message); });
+    } catch (...) {
+        served(message.msg_type, "error", start);
+        throw;
+    }
     reply(message, result);
+    served(message.msg_type, "ok", start);
     receiver->ack_message(tag, false);
 }

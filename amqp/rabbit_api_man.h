@@ -16,6 +16,9 @@
 class rabbit_receiver;
 class rabbit_publisher_impl;
 class handling_gate;
+namespace amqp {
+class connection;
+}  // namespace amqp
 
 // The service's request/response endpoint: sends commands and matches their responses,
 // and answers commands addressed to this service through the handler factory.
@@ -41,6 +44,15 @@ public:
     // {"status": "forbidden"}, acknowledged and logged once. Without a check all may run.
     using access_check = std::function<bool(const api_message& command)>;
     void set_access_check(access_check check);
+
+    // Told of every command served: its name, how it ended ("ok", "error", "forbidden",
+    // "unknown" for a name without a handler, "repeated" for one not run again) and the
+    // seconds it took.
+    using command_observer = std::function<void(const QString& name, const char* outcome, double seconds)>;
+    void set_command_observer(command_observer observer);
+    // The broker connections of the command queue's consumer and of the command publisher.
+    amqp::connection& receiver_transport() const;
+    amqp::connection& publisher_transport() const;
 
     // The routing key this service puts into "sender".
     QString reply_key() const;

@@ -6,6 +6,7 @@
 
 #include "amqp/amqp_connection.h"
 #include "amqp/amqp_exchange.h"
+#include "metrics/metrics.h"
 
 namespace {
 // How long a publication waits for a link that is down.
@@ -26,6 +27,14 @@ struct rabbit_publisher_impl::impl {
     QString exchange_name;
     QString vhost;
     logger& log;
+    metrics::counter* published = nullptr;
+    metrics::counter* dropped = nullptr;
+
+    void count(metrics::counter* c) {
+        if (c) {
+            c->inc();
+        }
+    }
 };
 
 rabbit_publisher_impl::rabbit_publisher_impl(logger& log, const rabbit_publisher_config& cfg, QObject* parent)
@@ -61,6 +70,11 @@ amqp::connection& rabbit_publisher_impl::transport() const {
     return *m_impl->client;
 }
 
+void rabbit_publisher_impl::set_counters(metrics::counter* published, metrics::counter* dropped) {
+    m_impl->published = published;
+    m_impl->dropped = dropped;
+}
+
 void rabbit_publisher_impl::connected() {
     auto& d = *m_impl;
     if (d.exchange) {
@@ -92,6 +106,7 @@ void rabbit_publisher_impl::publish_string(QByteArray string, QByteArray routing
     }
     if (!is_connected()) {
         log_line(d.log, Debug) << "Try to publish but not connected";
+        d.count(d.dropped);
         return;
     }
     // The routing key ends at its first NUL byte.
@@ -102,5 +117,5 @@ void rabbit_publisher_impl::publish_string(QByteArray string, QByteArray routing
         log_line(d.log, Debug) << "Publishing :" << string << " To route : " << key
                                << ", MIME type : " << mimeType;
     }
-    d.exchange->publish(string, key, mimeType);
+    d.count(d.exchange->publish(string, key, mimeType) ? d.published : d.dropped);
 }

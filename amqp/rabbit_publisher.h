@@ -11,6 +11,9 @@
 namespace amqp {
 class connection;
 }  // namespace amqp
+namespace metrics {
+class counter;
+}  // namespace metrics
 
 // Publishes to one existing exchange over a broker connection of its own. The exchange
 // is never declared.
@@ -24,6 +27,9 @@ public:
     bool is_connected() const;
     // The broker connection, for its settings before the event loop runs.
     amqp::connection& transport() const;
+    // Counts each message handed to the broker into `published`, each one dropped (no
+    // link) into `dropped`; null counts nothing.
+    void set_counters(metrics::counter* published, metrics::counter* dropped);
 
 Q_SIGNALS:
     void republish();

@@ -1,5 +1,7 @@
 #include "app/composition.h"
 
+#include <QCoreApplication>
+#include <QSet>
 #include <stdexcept>
 
 #include "amqp/amqp_url.h"
@@ -10,6 +12,7 @@
 #include "commands/command_context.h"
 #include "commands/command_factory.h"
 #include "engine/Engiene.h"
+#include "metrics/metrics_server.h"
 #include "plugins/PluginsManager.h"
 
 namespace {
@@ -19,15 +22,23 @@ namespace {
 class service_graph : public QObject {
 public:
     explicit service_graph(std::unique_ptr<PluginsManager> plugins) : m_plugins(std::move(plugins)) {}
-    ~service_graph() override { m_engine.reset(); }
+    ~service_graph() override {
+        m_metrics_endpoint.reset();
+        m_engine.reset();
+    }
     Q_DISABLE_COPY(service_graph)
 
     PluginsManager& plugins() { return *m_plugins; }
     void set_engine(std::unique_ptr<Engiene> engine) { m_engine = std::move(engine); }
+    void set_metrics_endpoint(std::unique_ptr<http_endpoint> endpoint) {
+        m_metrics_endpoint = std::move(endpoint);
+    }
 
 private:
     std::unique_ptr<PluginsManager> m_plugins;
     std::unique_ptr<Engiene> m_engine;
+    // Stopped first: its thread reads the engine's metrics.
+    std::unique_ptr<http_endpoint> m_metrics_endpoint;
 };
 
 QString history_prefix(const startup_records& records) {
@@ -76,6 +87,40 @@ DriverBuilder make_driver_builder(PluginsManager& plugins) {
     return builder;
 }
 
+// Counts served commands under their own names; a name without a handler counts as
+// "unknown", so that hostile names cannot grow the metrics without bound.
+rabbit_api_man::command_observer command_counter(std::shared_ptr<service_metrics> metrics) {
+    QSet<QString> known;
+    for (const command_row& row : command_table()) {
+        known.insert(row.name);
+    }
+    return [metrics, known](const QString& name, const char* outcome, double seconds) {
+        metrics->count_command(known.contains(name) ? name : QStringLiteral("unknown"), outcome, seconds);
+    };
+}
+
+void start_metrics(const startup_records& records, Engiene& engine, service_graph& graph) {
+    service_metrics& metrics = *engine.metrics();
+    service_metrics::build_facts facts;
+    facts.version = QCoreApplication::applicationVersion();
+    facts.protocol = records.pm.protocol;
+    facts.instance = records.pm.instance_names.value(0);
+    facts.position = records.engine.position;
+    facts.count = records.engine.instances;
+    facts.start_time = records.engine.start_time;
+    metrics.set_build(facts);
+    engine.api()->set_command_observer(command_counter(engine.metrics()));
+    const int port = records.general.metrics_port;
+    if (port == 0) {
+        return;
+    }
+    const QString& address = records.general.metrics_address;
+    graph.set_metrics_endpoint(serve_metrics(engine.metrics(), address, port));
+    const QString host = address.contains(':') ? "[" + address + "]" : address;
+    log_line(*records.log, Info) << "metrics and health served on http://" << host << ":"
+                                 << QString::number(port) << "/metrics and /health";
+}
+
 }  // namespace
 
 std::unique_ptr<QObject> compose_service(const startup_records& records) {
@@ -104,6 +149,7 @@ std::unique_ptr<QObject> compose_service(const startup_records& records) {
                                             std::move(receiver), std::move(publisher), std::move(api), log);
     context->driver = engine->driver();
     context->engine = engine.get();
+    start_metrics(records, *engine, *graph);
     graph->set_engine(std::move(engine));
     return graph;
 }

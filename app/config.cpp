@@ -88,6 +88,8 @@ general_settings load_general_settings(QSettings& settings) {
     general.balancer_route_key = key_text(settings, "BALANCER_ROUTE_KEY");
     // Our own addition: the routing-key prefix under which requested history comes back.
     general.history_routing_key_prefix = key_text(settings, "R_HISTORY_PREFIX");
+    general.metrics_port = key_int(settings, "METRICS_PORT");
+    general.metrics_address = key_text(settings, "METRICS_ADDRESS");
     return general;
 }
 

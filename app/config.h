@@ -32,6 +32,9 @@ struct general_settings {
     // Prefix under which the network server re-delivers requested history to this
     // instance (R_HISTORY_PREFIX); empty means the derived default.
     QString history_routing_key_prefix;
+    // The HTTP endpoint of metrics and health (METRICS_PORT, 0 = off; METRICS_ADDRESS).
+    int metrics_port = 0;
+    QString metrics_address = "127.0.0.1";
 };
 
 struct EngineConfig {

@@ -29,6 +29,8 @@ const std::vector<config_key> table = {
     {"GENERAL_SETTINGS", "BALANCER_ENABLED", T::boolean, "false"},
     {"GENERAL_SETTINGS", "BALANCER_ROUTE_KEY", T::text, "balancer"},
     {"GENERAL_SETTINGS", "R_HISTORY_PREFIX", T::text, ""},
+    {"GENERAL_SETTINGS", "METRICS_PORT", T::integer, "0"},
+    {"GENERAL_SETTINGS", "METRICS_ADDRESS", T::text, "127.0.0.1"},
     {"GENERAL_SETTINGS", "LOG_FILE_PATH", T::text, "quillon.log"},
     {"GENERAL_SETTINGS", "LOG_LEVEL", T::level_word, "ERROR"},
 

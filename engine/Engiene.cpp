@@ -34,6 +34,21 @@ public:
 private:
     rabbit_api_man& m_api;
 };
+
+// The engine's outbox, counting each downlink it sends by who asked for it.
+class counted_sender : public command_sender {
+public:
+    counted_sender(outbox& out, metrics::counter& sent) : m_out(out), m_sent(sent) {}
+    void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
+                      int sharded) override {
+        m_out.send_counted(type, data, routing_key, sharded, &m_sent);
+    }
+    QString api_key() const override { return m_out.api_key(); }
+
+private:
+    outbox& m_out;
+    metrics::counter& m_sent;
+};
 }  // namespace
 
 Engiene::Engiene(DriverBuilder builder, EngineConfig config,
@@ -56,7 +71,10 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
       m_log(log),
       m_outbox(std::make_unique<outbox>(*m_publisher, *m_api)) {
     m_driver = m_builder.build(
-        m_messages, m_eav, [this](const model::dl_message& message) { return sendDlmessage(message); },
+        m_messages, m_eav,
+        [this](const model::dl_message& message) {
+            return sendDriverBuilt(message, service_metrics::dl_source::driver);
+        },
         static_cast<int>(m_config.ul_dl_ttl), m_config.position);
     m_driver_protocol = m_driver->type_name();
     m_hw_pattern = QRegExp(m_driver->hw_pattern(), Qt::CaseInsensitive, QRegExp::RegExp);
@@ -74,6 +92,10 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     connect(&m_controller_timer, &QTimer::timeout, this, &Engiene::onControllerTick);
     m_controller_timer.setSingleShot(false);
     m_controller_timer.start(static_cast<int>(m_config.controller_period));
+    m_batch.set_metrics(m_metrics.get());
+    watchLinks();
+    connect(&m_metrics_timer, &QTimer::timeout, this, &Engiene::onMetricsTick);
+    m_metrics_timer.start(1000);
 
     QString address;
     QTextStream(&address) << static_cast<const void*>(this);
@@ -91,41 +113,60 @@ Engiene::~Engiene() {
 // and still rejected; messages of other instances or drivers, and unknown types, are
 // rejected without a line.
 Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 deliveryTag) {
+    using type = service_metrics::uplink_type;
+    using verdict = service_metrics::uplink_outcome;
     m_handling_tag = deliveryTag;
     model::ul_message parsed;
+    const QString msg_type = message.value("msg_type").toString();
+    const type kind = typeOf(message);
+    const handling_result acknowledged{outcome::acknowledge, {}, kind, verdict::acked};
+    const handling_result not_mine{outcome::reject, {}, kind, verdict::rejected_not_mine};
     try {
-        const QString type = message.value("msg_type").toString();
-        if (type == "ul_app") {
+        if (kind == type::ul_app) {
             if (!processUlApp(message, parsed)) {
-                return {outcome::reject, {}};
+                return not_mine;
             }
             afterAccepted(controller_event{parsed});
-            return {outcome::acknowledge, {}};
+            return acknowledged;
         }
-        if (type == "ul_hb") {
-            processHeartbeat(message, parsed);
-            return {outcome::reject, {}};
+        if (kind == type::ul_hb) {
+            if (!processHeartbeat(message, parsed)) {
+                return not_mine;
+            }
+            return {outcome::reject, {}, kind, verdict::rejected_heartbeat};
         }
-        if (is_dl_report(type)) {
+        if (kind == type::dl_report) {
             model::dl_event report;
             report.modem_id = message.value("modem_id").toInt(0);
-            report.msg_type = type;
+            report.msg_type = msg_type;
             report.status_id = message.value("status_id").toString();
             if (!processDlEvent(report)) {
-                return {outcome::reject, {}};
+                return not_mine;
             }
             afterAccepted(controller_event{report});
-            return {outcome::acknowledge, {}};
+            return acknowledged;
         }
-        return {outcome::reject, {}};
+        return {outcome::reject, {}, kind, verdict::rejected_bad};
     } catch (const std::exception& e) {
         return {outcome::reject_and_undo,
-                failureLine(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed)};
+                failureLine(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed), kind,
+                verdict::rejected_error};
     } catch (const QString& text) {
-        return {outcome::reject_and_undo, failureLine("QString: " + text, deliveryTag, message, nullptr)};
+        return {outcome::reject_and_undo, failureLine("QString: " + text, deliveryTag, message, nullptr),
+                kind, verdict::rejected_error};
     } catch (...) {
-        return {outcome::reject_and_undo, failureLine(QString(), deliveryTag, message, nullptr)};
+        return {outcome::reject_and_undo, failureLine(QString(), deliveryTag, message, nullptr), kind,
+                verdict::rejected_error};
     }
+}
+
+service_metrics::uplink_type Engiene::typeOf(const QJsonObject& message) {
+    using type = service_metrics::uplink_type;
+    const QString msg_type = message.value("msg_type").toString();
+    return msg_type == "ul_app"     ? type::ul_app
+           : msg_type == "ul_hb"    ? type::ul_hb
+           : is_dl_report(msg_type) ? type::dl_report
+                                    : type::unknown;
 }
 
 void Engiene::afterAccepted(const controller_event& event) {
@@ -228,17 +269,24 @@ QJsonObject Engiene::sendDlmessageRAW(const model::dl_message& message,
     return dl_sending::send_raw(message, *messages, sender, payloadOverride);
 }
 
-QJsonObject Engiene::sendRaw(const model::dl_message& message, const QString& payloadOverride) {
-    return dl_sending::send_raw(message, *m_messages, *m_outbox, payloadOverride);
+QJsonObject Engiene::sendRaw(const model::dl_message& message, const QString& payloadOverride,
+                             service_metrics::dl_source source) {
+    counted_sender sender(*m_outbox, m_metrics->downlinks_sent(source));
+    return dl_sending::send_raw(message, *m_messages, sender, payloadOverride);
 }
 
-QJsonObject Engiene::sendDlmessage(const model::dl_message& message) {
-    return dl_sending::send_driver_built(message, *m_driver, *m_messages, *m_clients, *m_outbox,
+QJsonObject Engiene::sendDriverBuilt(const model::dl_message& message, service_metrics::dl_source source) {
+    counted_sender sender(*m_outbox, m_metrics->downlinks_sent(source));
+    return dl_sending::send_driver_built(message, *m_driver, *m_messages, *m_clients, sender,
                                          m_config.ul_dl_ttl);
 }
 
+QJsonObject Engiene::sendDlmessage(const model::dl_message& message) {
+    return sendDriverBuilt(message, service_metrics::dl_source::driver);
+}
+
 QJsonObject Engiene::send_downlink(const model::dl_message& message) {
-    return sendDlmessage(message);
+    return sendDriverBuilt(message, service_metrics::dl_source::api);
 }
 
 void Engiene::publish_record(const model::ul_message& stored, const model::eav_record& record,

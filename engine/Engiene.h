@@ -18,6 +18,7 @@
 #include "engine/engine_services.h"
 #include "engine/outbox.h"
 #include "interfaces/factories.h"
+#include "metrics/service_metrics.h"
 #include "model/records.h"
 
 // The central object: takes every consumed uplink, has the driver decode it, stores and
@@ -65,6 +66,8 @@ public:
     rabbit_receiver* receiver() const { return m_receiver.get(); }
     const EngineConfig& config() const { return m_config; }
     const handling_gate& gate() const { return m_gate; }
+    // What the service measures; the metrics endpoint reads it from another thread.
+    std::shared_ptr<service_metrics> metrics() const { return m_metrics; }
 
 public Q_SLOTS:
     void onUlReceived(QJsonObject message, quint64 deliveryTag);
@@ -74,6 +77,8 @@ private Q_SLOTS:
     // Commits the store writes of the deliveries handled since the last flush, sends
     // what they published, then acknowledges or rejects them.
     void flushDeliveries();
+    // Figures the loop samples (pending commands) and a cheap store probe when idle.
+    void onMetricsTick();
 
 private:
     // How the handling of one delivery ended; decided in handle() alone.
@@ -81,6 +86,8 @@ private:
     struct handling_result {
         outcome result = outcome::reject;
         QString failure;  // the Error line when the handling failed
+        service_metrics::uplink_type type = service_metrics::uplink_type::unknown;
+        service_metrics::uplink_outcome verdict = service_metrics::uplink_outcome::rejected_bad;
     };
     // A unit of work: store writes and outward messages kept or undone together.
     struct unit {
@@ -88,6 +95,7 @@ private:
     };
 
     // Delivery flow (settlement.cpp).
+    void receive(delivery_batch::delivery delivery);
     void handleDelivery(delivery_batch::delivery delivery);
     void commitAndSettle();
     void abandonBurst(delivery_batch::delivery delivery);
@@ -101,6 +109,7 @@ private:
     void runAlone(const std::function<void()>& work);
 
     handling_result handle(const QJsonObject& message, quint64 deliveryTag);
+    static service_metrics::uplink_type typeOf(const QJsonObject& message);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
     bool driverAccepts(const QString& protocol, const QString& hw_type) const;
     // Steps after a message's own writes (downlink statuses, the controller hook, the
@@ -113,7 +122,13 @@ private:
     void refreshDlStatuses(const model::ul_message& stored);
     QString failureLine(const QString& what, quint64 deliveryTag, const QJsonObject& message,
                         const model::ul_message* parsed) const;
-    QJsonObject sendRaw(const model::dl_message& message, const QString& payloadOverride);
+    QJsonObject sendRaw(const model::dl_message& message, const QString& payloadOverride,
+                        service_metrics::dl_source source);
+    QJsonObject sendDriverBuilt(const model::dl_message& message, service_metrics::dl_source source);
+    // Metrics (engine_metrics.cpp).
+    void watchLinks();
+    void probeStore();
+    void countSettled(const delivery_batch::delivery& delivery);
 
     DriverBuilder m_builder;
     EngineConfig m_config;
@@ -125,6 +140,8 @@ private:
     // The driver's name and hardware pattern, fixed for the process: compiled once, not per message.
     QString m_driver_protocol;
     QRegExp m_hw_pattern;
+    // Outlives the endpoints, whose publishers count into it.
+    std::shared_ptr<service_metrics> m_metrics = std::make_shared<service_metrics>();
     // Outlives the endpoints, whose waiting work refers to it.
     handling_gate m_gate;
     std::unique_ptr<rabbit_receiver> m_receiver;
@@ -136,6 +153,7 @@ private:
     std::unique_ptr<outbox> m_outbox;
     // Flushes deliveries that arrived some other way than a burst from the receiver.
     QTimer m_flush_timer;
+    QTimer m_metrics_timer;
     bool m_flush_waiting = false;  // a flush waits at the gate
     bool m_tick_waiting = false;   // a controller tick waits at the gate
     quint64 m_handling_tag = 0;    // the delivery being handled, for log lines

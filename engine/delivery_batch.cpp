@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <exception>
+#include <memory>
+
+#include "engine/store_timer.h"
 
 void delivery_batch::add_store(interfaces::IWriteBatch* store) {
     if (store && std::find(m_stores.begin(), m_stores.end(), store) == m_stores.end()) {
@@ -14,8 +17,13 @@ void delivery_batch::begin_unit() {
         return;
     }
     if (!m_open) {
-        for (auto* store : m_stores) {
-            store->begin_batch();
+        try {
+            for (auto* store : m_stores) {
+                store->begin_batch();
+            }
+        } catch (const std::exception& e) {
+            note_failure(QString::fromUtf8(e.what()));
+            throw;
         }
         m_open = true;
     }
@@ -44,11 +52,25 @@ bool delivery_batch::commit(QString* error) {
     m_open = false;
     m_depth = 0;
     QString failure;
-    for (auto* store : m_stores) {
-        try {
-            store->commit_batch();
-        } catch (const std::exception& e) {
-            failure = QString::fromUtf8(e.what());
+    {
+        std::unique_ptr<store_timer> timed;
+        if (m_metrics) {
+            timed = std::make_unique<store_timer>(*m_metrics, service_metrics::store_operation::commit);
+        }
+        for (auto* store : m_stores) {
+            try {
+                store->commit_batch();
+            } catch (const std::exception& e) {
+                failure = QString::fromUtf8(e.what());
+            }
+        }
+    }
+    if (!failure.isEmpty()) {
+        note_failure(failure);
+    } else if (m_metrics) {
+        m_metrics->set_store_up();
+        if (!m_deferred.empty()) {
+            m_metrics->batch_size().observe(double(m_deferred.size()));
         }
     }
     if (error) {
@@ -61,4 +83,11 @@ std::vector<delivery_batch::delivery> delivery_batch::take_deferred() {
     std::vector<delivery> out;
     out.swap(m_deferred);
     return out;
+}
+
+void delivery_batch::note_failure(const QString& why) {
+    if (m_metrics) {
+        m_metrics->store_errors().inc();
+        m_metrics->set_store_down(why);
+    }
 }

@@ -2,10 +2,12 @@
 
 #include <QJsonObject>
 #include <QString>
+#include <chrono>
 #include <cstddef>
 #include <vector>
 
 #include "interfaces/IWriteBatch.h"
+#include "metrics/service_metrics.h"
 
 // Groups the store writes of a burst of deliveries into one transaction per store back
 // end. Inside it, units of work (a delivery, a step after it) nest, and each can be
@@ -19,10 +21,16 @@ public:
         quint64 tag = 0;
         bool accepted = false;
         QString failure;  // logged when the delivery is settled
+        // For the metrics: what it was, how its handling ended, and when it arrived.
+        service_metrics::uplink_type type = service_metrics::uplink_type::unknown;
+        service_metrics::uplink_outcome verdict = service_metrics::uplink_outcome::rejected_bad;
+        std::chrono::steady_clock::time_point received = std::chrono::steady_clock::now();
     };
 
     // Null and repeated back ends (one back end serving several stores) are ignored.
     void add_store(interfaces::IWriteBatch* store);
+    // Commits are timed and counted there, and tell whether the store answers.
+    void set_metrics(service_metrics* metrics) { m_metrics = metrics; }
     bool enabled() const { return !m_stores.empty(); }
     bool is_open() const { return m_open; }
     bool in_unit() const { return m_depth > 0; }
@@ -43,7 +51,10 @@ public:
     std::vector<delivery> take_deferred();
 
 private:
+    void note_failure(const QString& why);
+
     std::vector<interfaces::IWriteBatch*> m_stores;
+    service_metrics* m_metrics = nullptr;
     std::vector<delivery> m_deferred;
     int m_depth = 0;
     bool m_open = false;

@@ -4,6 +4,7 @@
 
 #include "amqp/rabbit_api_man.h"
 #include "amqp/rabbit_publisher.h"
+#include "metrics/metrics.h"
 
 namespace {
 const QString mime_type = QStringLiteral("text/plain");
@@ -16,11 +17,19 @@ void outbox::publish(const QByteArray& body, const QString& routing_key) {
 
 void outbox::send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
                           int sharded) {
+    send_counted(type, data, routing_key, sharded, nullptr);
+}
+
+void outbox::send_counted(const QString& type, const QJsonObject& data, const QString& routing_key,
+                          int sharded, metrics::counter* sent) {
     // The outcome of a downlink arrives later as a report of its own: nothing waits here.
-    send_or_hold([this, type, data, routing_key, sharded] {
+    send_or_hold([this, type, data, routing_key, sharded, sent] {
         m_api.send_cmd(
             type, data, routing_key, [](const QJsonDocument&) { return true; }, [](const QString&) {},
             sharded);
+        if (sent) {
+            sent->inc();
+        }
     });
 }
 

@@ -8,6 +8,9 @@
 
 class rabbit_publisher_impl;
 class rabbit_api_man;
+namespace metrics {
+class counter;
+}
 
 // The outward messages of the handling in progress. While it holds, a publication or a
 // command is kept instead of sent: released in order once the writes it speaks of are
@@ -23,6 +26,9 @@ public:
     void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
                       int sharded) override;
     QString api_key() const override;
+    // The same, counting the command into `sent` when it actually goes out.
+    void send_counted(const QString& type, const QJsonObject& data, const QString& routing_key, int sharded,
+                      metrics::counter* sent);
 
     void hold() { m_holding = true; }
     bool holding() const { return m_holding; }

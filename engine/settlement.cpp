@@ -10,12 +10,20 @@ constexpr std::size_t max_deferred_deliveries = 64;
 }  // namespace
 
 void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
+    delivery_batch::delivery delivery;
+    delivery.message = std::move(message);
+    delivery.tag = deliveryTag;
+    receive(std::move(delivery));
+}
+
+// The delivery keeps the time it arrived, also while it waits at the gate.
+void Engiene::receive(delivery_batch::delivery delivery) {
     if (m_gate.busy()) {
-        m_gate.when_free(this, [this, message, deliveryTag] { onUlReceived(message, deliveryTag); });
+        m_gate.when_free(this, [this, delivery] { receive(delivery); });
         return;
     }
     handling_gate::entry in(&m_gate);
-    handleDelivery({message, deliveryTag, false, QString()});
+    handleDelivery(std::move(delivery));
 }
 
 Engiene::unit Engiene::beginUnit() {
@@ -45,12 +53,15 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         // The store cannot even begin (its lock is held elsewhere, the file is gone).
         delivery.failure =
             failureLine(QString("Std::exception: ") + e.what(), delivery.tag, delivery.message, nullptr);
+        delivery.type = typeOf(delivery.message);
         settle(delivery);
         return;
     }
     const handling_result handled = handle(delivery.message, delivery.tag);
     delivery.accepted = handled.result == outcome::acknowledge;
     delivery.failure = handled.failure;
+    delivery.type = handled.type;
+    delivery.verdict = handled.verdict;
     if (!endUnit(u, handled.result != outcome::reject_and_undo)) {
         abandonBurst(std::move(delivery));
         return;
@@ -163,6 +174,8 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
             delivery.accepted = handled.result == outcome::acknowledge;
             delivery.failure = handled.failure;
         }
+        delivery.type = handled.type;
+        delivery.verdict = handled.verdict;
         settle(delivery);
     }
 }
@@ -176,6 +189,7 @@ void Engiene::settle(const delivery_batch::delivery& delivery) {
     } else {
         m_receiver->reject_message(delivery.tag);
     }
+    countSettled(delivery);
 }
 
 void Engiene::runAlone(const std::function<void()>& work) {

@@ -4,6 +4,7 @@
 #include "engine/Engiene.h"
 #include "engine/heartbeat.h"
 #include "engine/publication.h"
+#include "engine/store_timer.h"
 #include "model/json.h"
 
 namespace {
@@ -41,7 +42,10 @@ bool Engiene::processUlApp(const QJsonObject& json, model::ul_message& stored) {
     m_driver->parse(uplink, stored);
     overwrite_from_uplink(stored, uplink);
     stored.ttl = QDateTime::currentDateTimeUtc().addSecs(m_config.ul_dl_ttl);
-    m_messages->ul().save(stored);
+    {
+        store_timer timed(*m_metrics, service_metrics::store_operation::save_message);
+        m_messages->ul().save(stored);
+    }
 
     const model::eav_list records = m_driver->explode(stored);
     saveExploidObjects(records);
@@ -61,7 +65,10 @@ bool Engiene::processHeartbeat(const QJsonObject& json, model::ul_message& store
         return false;
     }
     stored = heartbeat::stored_message(hb);
-    m_messages->ul().save(stored);
+    {
+        store_timer timed(*m_metrics, service_metrics::store_operation::save_message);
+        m_messages->ul().save(stored);
+    }
 
     const model::eav_list records = as_eav_list(heartbeat::values(stored));
     saveExploidObjects(records);
@@ -87,6 +94,7 @@ void Engiene::saveExploidObjects(const model::eav_list& records) {
     } catch (...) {
         // Whatever was gathered is still saved.
     }
+    store_timer timed(*m_metrics, service_metrics::store_operation::save_records);
     if (!events.isEmpty()) {
         m_eav->records().save_events(events);
     }
@@ -96,6 +104,7 @@ void Engiene::saveExploidObjects(const model::eav_list& records) {
 }
 
 void Engiene::storeModemState(int modem_id, const QJsonObject& json, const QJsonObject* heartbeat_data) {
+    store_timer timed(*m_metrics, service_metrics::store_operation::modem_state);
     m_state->begin(modem_id);
     m_state->set(modem_id, "common", QJsonDocument(model::modem_radio_summary(json)).toJson());
     if (heartbeat_data) {

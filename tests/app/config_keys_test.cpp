@@ -54,6 +54,8 @@ TEST_F(ConfigKeysTest, EmptyFilePrintsEveryGroupAndKeyWithItsDefault) {
         "BALANCER_ENABLED=false\n"
         "BALANCER_ROUTE_KEY=balancer\n"
         "R_HISTORY_PREFIX=\n"
+        "METRICS_PORT=0\n"
+        "METRICS_ADDRESS=127.0.0.1\n"
         "LOG_FILE_PATH=quillon.log\n"
         "LOG_LEVEL=ERROR\n"
         "\n"

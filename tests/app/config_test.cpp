@@ -257,3 +257,18 @@ TEST_F(ConfigTest, BindingWithoutColonIsSkippedWithAnErrorLine) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(ConfigTest, MetricsEndpointIsOffOnTheLoopbackByDefault) {
+    const general_settings defaults = load_general_settings(settings(""));
+    EXPECT_EQ(defaults.metrics_port, 0);
+    EXPECT_EQ(defaults.metrics_address, "127.0.0.1");
+
+    const general_settings set =
+        load_general_settings(settings("[GENERAL_SETTINGS]\nMETRICS_PORT=9464\nMETRICS_ADDRESS=::1\n"));
+    EXPECT_EQ(set.metrics_port, 9464);
+    EXPECT_EQ(set.metrics_address, "::1");
+}
+
+}  // namespace
