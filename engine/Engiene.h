@@ -17,6 +17,7 @@
 #include "engine/driver_builder.h"
 #include "engine/engine_services.h"
 #include "engine/outbox.h"
+#include "engine/store_watch.h"
 #include "interfaces/factories.h"
 #include "model/records.h"
 
@@ -65,6 +66,8 @@ public:
     rabbit_receiver* receiver() const { return m_receiver.get(); }
     const EngineConfig& config() const { return m_config; }
     const handling_gate& gate() const { return m_gate; }
+    // Whether the store's server is away: uplinks wait in their queue meanwhile.
+    bool store_away() const { return m_store_watch->away(); }
 
 public Q_SLOTS:
     void onUlReceived(QJsonObject message, quint64 deliveryTag);
@@ -77,7 +80,9 @@ private Q_SLOTS:
 
 private:
     // How the handling of one delivery ended; decided in handle() alone.
-    enum class outcome { acknowledge, reject, reject_and_undo };
+    // store_away: the store's server went away; nothing of the delivery is kept and it
+    // goes back to its queue.
+    enum class outcome { acknowledge, reject, reject_and_undo, store_away };
     struct handling_result {
         outcome result = outcome::reject;
         QString failure;  // the Error line when the handling failed
@@ -93,6 +98,15 @@ private:
     void abandonBurst(delivery_batch::delivery delivery);
     void handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why);
     void settle(const delivery_batch::delivery& delivery);
+    // The store's server went away while `delivery` was handled (its unit began where
+    // the outbox held `outbox_mark`): it goes back to the queue with every delivery of
+    // the burst that is not stored, and uplinks pause until the store is back.
+    void storeWentAway(const delivery_batch::delivery& delivery, std::size_t outbox_mark, const QString& why);
+    // Ends the open burst after its store's server went away outside any delivery.
+    void abandonBurstForStore(const QString& why);
+    void pauseForStore(const QString& why);
+    void resumeAfterStore();
+    void runWithoutStoreBatch(const std::function<void()>& work);
     unit beginUnit();
     // False when the store lost the batch's transaction.
     bool endUnit(const unit& u, bool keep);
@@ -100,7 +114,10 @@ private:
     // first, then `work` runs and is committed; throws when it fails or cannot be stored.
     void runAlone(const std::function<void()>& work);
 
-    handling_result handle(const QJsonObject& message, quint64 deliveryTag);
+    handling_result handle(const QJsonObject& message, quint64 deliveryTag, bool redelivered = false);
+    // Whether this uplink is stored already: an uplink delivered again after its
+    // commit, when the acknowledgement was lost with a connection or a killed process.
+    bool alreadyStored(const model::ul_message& stored);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
     bool driverAccepts(const QString& protocol, const QString& hw_type) const;
     // Steps after a message's own writes (downlink statuses, the controller hook, the
@@ -134,9 +151,12 @@ private:
     QTimer m_controller_timer;
     delivery_batch m_batch;
     std::unique_ptr<outbox> m_outbox;
+    std::unique_ptr<store_watch> m_store_watch;
     // Flushes deliveries that arrived some other way than a burst from the receiver.
     QTimer m_flush_timer;
-    bool m_flush_waiting = false;  // a flush waits at the gate
-    bool m_tick_waiting = false;   // a controller tick waits at the gate
-    quint64 m_handling_tag = 0;    // the delivery being handled, for log lines
+    bool m_flush_waiting = false;         // a flush waits at the gate
+    bool m_tick_waiting = false;          // a controller tick waits at the gate
+    quint64 m_handling_tag = 0;           // the delivery being handled, for log lines
+    bool m_handling_redelivered = false;  // ... and whether it was delivered before
+    bool m_found_stored = false;          // processUlApp found it stored already
 };

@@ -19,6 +19,9 @@ public:
         quint64 tag = 0;
         bool accepted = false;
         QString failure;  // logged when the delivery is settled
+        // Delivered before without being settled (a connection or a process was lost):
+        // it may be stored already.
+        bool redelivered = false;
     };
 
     // Null and repeated back ends (one back end serving several stores) are ignored.
@@ -39,7 +42,11 @@ public:
 
     // Commits every store; false with `error` set when one failed, and then nothing of
     // the batch is to be taken as stored. The deferred deliveries stay for take_deferred().
-    bool commit(QString* error);
+    // `unavailable` tells whether a store failed because its server was away.
+    bool commit(QString* error, bool* unavailable = nullptr);
+    // Undoes every open unit, whatever a store answers (its server may be gone); the
+    // batch stays open for commit().
+    void abandon_units();
     std::vector<delivery> take_deferred();
 
 private:
