@@ -5,6 +5,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "tests/support/postgres_server.h"
+
 namespace {
 
 constexpr qint64 base_time = 1700000000;
@@ -23,7 +25,13 @@ void StoreSuite::SetUp() {
     ASSERT_TRUE(m_dir.isValid());
     const QJsonObject seed{
         {"77", QJsonObject{{"protocol", "proto7"}, {"hw_type", "X"}, {"clients", QJsonArray{"c1", "c2"}}}}};
-    const QJsonObject configuration{{"path", m_dir.filePath("store.db")}, {"devices", seed}};
+    QJsonObject configuration{{"path", m_dir.filePath("store.db")}, {"devices", seed}};
+    if (QString(GetParam()).contains("postgres")) {
+        // A schema of the test's own on the private server.
+        configuration["conninfo"] = pg_test::conninfo();
+        configuration["schema"] = pg_test::unique_schema("suite");
+        configuration["purge_interval"] = 0;
+    }
     QFile file(m_dir.filePath("database.json"));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write(QJsonDocument(configuration).toJson());
