@@ -27,8 +27,13 @@ void store_watch::poll() {
     if (!m_away) {
         return;
     }
-    const bool up = !m_link || m_link->poll_link() == interfaces::IStoreLink::link_state::up;
-    if (!up) {
+    using state = interfaces::IStoreLink::link_state;
+    const state now = m_link ? m_link->poll_link() : state::up;
+    if (now == state::connecting) {
+        m_timer.start(connecting_step_ms);
+        return;
+    }
+    if (now == state::down) {
         m_delay_ms = std::min(m_delay_ms * 2, longest_delay_ms);
         m_timer.start(m_delay_ms);
         return;

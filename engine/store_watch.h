@@ -15,6 +15,9 @@ class store_watch : public QObject {
 public:
     static constexpr int first_delay_ms = 250;
     static constexpr int longest_delay_ms = 5000;
+    // A connection being made is advanced this often: its steps must not wait out the
+    // back-off, or its own time-out ends it before it is up.
+    static constexpr int connecting_step_ms = 20;
 
     // `link` may be null (a store without one): then the watch only waits out the
     // back-off and lets the owner try again.

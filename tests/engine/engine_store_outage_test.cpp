@@ -2,6 +2,7 @@
 // goes back to its queue, uplinks pause until the server is back, and the outage is
 // logged once each way.
 
+#include <QElapsedTimer>
 #include <QTest>
 #include <stdexcept>
 
@@ -15,6 +16,10 @@ struct fake_server {
     bool down = false;
     QString error = "could not connect to server: Connection refused";
     int polls = 0;
+    // Polls a new connection takes once the server is back; one that is not polled again
+    // within connect_timeout_ms is given up (as libpq's attempts time out).
+    int connect_steps = 0;
+    int connect_timeout_ms = 1000;
 
     void check() const {
         if (down) {
@@ -28,12 +33,26 @@ public:
     explicit fake_link(fake_server& server) : m_server(server) {}
     link_state poll_link() override {
         ++m_server.polls;
-        return m_server.down ? link_state::down : link_state::up;
+        if (m_server.down) {
+            return link_state::down;
+        }
+        if (m_steps_left < 0 || m_since_step.elapsed() > m_server.connect_timeout_ms) {
+            m_steps_left = m_server.connect_steps;  // a new attempt
+        }
+        m_since_step.start();
+        if (m_steps_left > 0) {
+            --m_steps_left;
+            return link_state::connecting;
+        }
+        m_steps_left = -1;
+        return link_state::up;
     }
     QString link_error() const override { return m_server.error; }
 
 private:
     fake_server& m_server;
+    int m_steps_left = -1;
+    QElapsedTimer m_since_step;
 };
 
 // A batch whose every call fails while the server is away, as a network database's does,
@@ -261,6 +280,21 @@ TEST_F(EngineStoreOutage, TheConsumerResumesByItselfWhenTheServerIsBackAndNothin
     const QString log = log_text();
     EXPECT_EQ(log.count("store unavailable: "), 1);
     EXPECT_EQ(log.count("store available again after "), 1);
+}
+
+// A connection that takes several polls to be made is advanced step by step, not once
+// per back-off: an attempt left alone for longer than its time-out would be given up, and
+// the back-off (up to 5 s) is longer than that.
+TEST_F(EngineStoreOutage, AConnectionBeingMadeIsPolledUntilItIsUp) {
+    m_server.connect_steps = 5;
+    make_engine();
+    m_server.down = true;
+    m_engine->onUlReceived(uplink(77), 1);
+    // Long enough for the back-off to pass the connection's time-out.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_server.polls >= 3; }, 10000));
+    m_server.down = false;
+    ASSERT_TRUE(resumed());
+    EXPECT_EQ(log_text().count("store available again after "), 1);
 }
 
 // A step after the message's own writes (the controller hook) meets the outage: the

@@ -7,6 +7,7 @@
 
 #include <QFile>
 #include <QJsonArray>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QSet>
 #include <QTemporaryDir>
@@ -15,6 +16,7 @@
 
 #include "netsim_process.h"
 #include "plugins/PluginsManager.h"
+#include "tests/support/postgres_server.h"
 #include "tests/support/service_harness.h"
 
 namespace {
@@ -84,13 +86,27 @@ protected:
 
     // Each instance with a SQLite file of its own: what it stores is found in its file.
     void use_own_sqlite_files() { m_db_name = "db_driver_sqlite"; }
+    // All instances on one schema of the private PostgreSQL server.
+    void use_shared_postgres() {
+        m_db_name = "db_driver_postgres";
+        m_shared_store = QJsonObject{{"conninfo", pg_test::conninfo()},
+                                     {"schema", pg_test::unique_schema("instances")},
+                                     {"purge_interval", 0},
+                                     {"connect_timeout", 2}};
+        QFile file(m_dir.filePath("plug_db_driver_postgres.json"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QJsonDocument(m_shared_store).toJson());
+    }
+    bool shared() const { return !m_shared_store.isEmpty(); }
 
     void start_instances() {
         for (int position = 0; position < instances; ++position) {
             auto service = std::make_unique<e2e::service_process>();
             service->set("GENERAL_SETTINGS", "BALANCER_ENABLED", "true");
             service->set("GENERAL_SETTINGS", "BALANCER_ROUTE_KEY", m_balancer_key);
-            service->set_database(m_db_name, QJsonObject{{"path", service->working_dir() + "/quillon.db"}});
+            service->set_database(
+                m_db_name,
+                shared() ? m_shared_store : QJsonObject{{"path", service->working_dir() + "/quillon.db"}});
             ASSERT_TRUE(service->start(instances, position)) << service->log().toStdString();
             m_services.push_back(std::move(service));
         }
@@ -117,9 +133,16 @@ protected:
                 "--quiet"};
     }
 
-    // Every stored row of every instance, with the instance that stored it.
+    // Every stored row of every instance, with the instance that stored it (-1 for the
+    // shared store, where the logs tell who stored it).
     QMap<uplink_id, QList<int>> stored_by_instance() {
         QMap<uplink_id, QList<int>> where;
+        if (shared()) {
+            for (const uplink_id& id : stored_uplinks(m_db_name, m_dir.path(), m_modem_ids)) {
+                where[id] << -1;
+            }
+            return where;
+        }
         for (int position = 0; position < instances; ++position) {
             for (const uplink_id& id :
                  stored_uplinks(m_db_name, m_services[size_t(position)]->working_dir(), m_modem_ids)) {
@@ -156,7 +179,7 @@ protected:
         const QMap<uplink_id, QList<int>> where = stored_by_instance();
         EXPECT_EQ(where.size(), count);
         for (auto it = where.begin(); it != where.end(); ++it) {
-            EXPECT_EQ(it.value(), QList<int>{it.key().first % instances})
+            EXPECT_EQ(it.value(), QList<int>{shared() ? -1 : it.key().first % instances})
                 << "modem " << it.key().first << " iterator " << it.key().second;
         }
         for (int position = 0; position < instances; ++position) {
@@ -189,6 +212,7 @@ protected:
     std::unique_ptr<logger> m_log;
     QString m_balancer_key;
     QString m_db_name = "db_driver_sqlite";
+    QJsonObject m_shared_store;
     int m_first_modem = 0;
     QList<int> m_modem_ids;
     std::vector<std::unique_ptr<e2e::service_process>> m_services;
@@ -241,4 +265,43 @@ TEST_F(Instances, AKilledInstanceFindsItsUplinksWaitingAndNoneIsLost) {
     e2e::wait_until([] { return false; }, 500);
     EXPECT_LT(stored_before_restart, count);
     expect_each_stored_once_by_its_owner(count);
+}
+
+// One database for all three: an instance killed, and the database server restarted, both
+// mid-stream.
+TEST_F(Instances, ThreeInstancesShareOnePostgresAcrossAKillAndAServerRestart) {
+#ifndef QUILLON_HAVE_POSTGRES
+    GTEST_SKIP() << "built without the PostgreSQL plugin (libpq-dev missing)";
+#else
+    use_shared_postgres();
+    start_instances();
+    constexpr int count = 480;
+    netsim_process netsim;
+    ASSERT_TRUE(netsim.start(netsim_arguments(count, "60")));  // eight seconds of uplinks
+
+    QThread::msleep(1500);
+    m_services[1]->kill_hard();
+    e2e::wait_until([] { return false; }, 1500);
+    ASSERT_TRUE(restart(1)) << m_services[1]->log().toStdString();
+    e2e::wait_until([] { return false; }, 1500);
+    QProcess server;
+    server.start(QUILLON_TEST_POSTGRES, {"restart"});
+    ASSERT_TRUE(server.waitForFinished(120000) && server.exitCode() == 0)
+        << server.readAllStandardError().toStdString();
+
+    ASSERT_TRUE(netsim.wait_for_exit()) << netsim.standard_error().toStdString();
+    ASSERT_EQ(netsim.exit_code(), 0) << netsim.standard_error().toStdString();
+    ASSERT_EQ(netsim.summary_value("uplinks"), count) << netsim.standard_output().toStdString();
+    ASSERT_TRUE(stored_at_least(count, 60000)) << stored_rows();
+    e2e::wait_until([] { return false; }, 500);
+    expect_each_stored_once_by_its_owner(count);
+    // The restart was seen, and got over, by the instances that were working then.
+    int outages = 0;
+    for (const auto& service : m_services) {
+        const QString log = service->log();
+        outages += log.count("store unavailable: ");
+        EXPECT_EQ(log.count("store unavailable: "), log.count("store available again after "));
+    }
+    EXPECT_GE(outages, 1);
+#endif
 }
