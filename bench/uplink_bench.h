@@ -32,6 +32,15 @@ struct uplink_bench_result {
 // per uplink; then the pass-through consumer and the service each empty a freshly
 // preloaded queue of the same uplinks; then the service, and after it the pass-through,
 // get uplinks at half the service's rate for the latency.
+class service_instance;
+class uplink_feed;
+
+// Every modem of the fleet with the same clients.
+void register_fleet(service_instance& service, const uplink_feed& feed, const QStringList& clients);
+// The store of the options for the service: its own SQLite file, or the PostgreSQL
+// server with the given schema (a fresh one when empty).
+void use_store(service_instance& service, const bench_options& options, const QString& schema = QString());
+
 class uplink_bench {
 public:
     uplink_bench(logger& log, const broker& target, const bench_options& options);
