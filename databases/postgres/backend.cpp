@@ -31,7 +31,12 @@ int lock_space_of(const QString& schema) {
 backend::backend(const pg_config& config)
     : m_config(config), m_link(config), m_partitions(config), m_lock_space(lock_space_of(config.schema)) {
     if (m_link.connect_blocking()) {
-        prepare_store();  // a schema that cannot be used ends start-up here
+        try {
+            prepare_store();  // a schema that cannot be used ends start-up here
+        } catch (const interfaces::store_unavailable& e) {
+            // Lost while preparing: prepared again once the link is back.
+            qWarning().noquote() << e.what();
+        }
     } else {
         qWarning().noquote() << "PostgreSQL store" << m_config.describe()
                              << "cannot be reached at start; waiting for it:" << m_link.error();
@@ -62,7 +67,7 @@ void backend::prepare_store() {
     } done{m_preparing};
     try {
         migrate_schema(m_link, m_config.schema, m_lock_space);
-        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch());
+        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch(), m_lock_space);
         seed_devices(*this, db_common::device_seed(QJsonObject{{"devices", m_config.devices}}));
         m_prepared = true;
     } catch (const interfaces::store_unavailable&) {
@@ -95,8 +100,12 @@ QString backend::link_error() const {
 }
 
 void backend::check_session_usable() {
-    if (m_batch_broken)
-        unavailable(m_config, "the batch was lost with its session (" + m_broken_reason + ")");
+    if (m_batch_broken) {
+        if (!m_link.up() || m_link.session() != m_transaction_session)
+            unavailable(m_config, "the batch was lost with its session (" + m_broken_reason + ")");
+        m_link.fail("batch broken",
+                    "its transaction was rolled back after an error (" + m_broken_reason + ")");
+    }
     if (m_transaction_depth > 0 && (m_transaction_lost || m_link.session() != m_transaction_session))
         unavailable(m_config, "the transaction was lost with its session");
     if (m_link.up() && (m_prepared || m_preparing))
@@ -129,7 +138,7 @@ result backend::run(const QString& sql, const params& values) {
 void backend::ensure_partition(const QString& table, qint64 ms) {
     check_session_usable();
     try {
-        m_partitions.ensure(m_link, table, ms, m_transaction_depth > 0);
+        m_partitions.ensure(m_link, table, ms, m_transaction_depth > 0 || m_batch_open);
     } catch (const interfaces::store_unavailable&) {
         lost_in_transaction();
         throw;
@@ -270,7 +279,16 @@ void backend::commit_batch() {
 std::shared_ptr<void> backend::guard(int modem_id) {
     forget_guards_of_lost_session();
     if (!m_guard_held.count(modem_id)) {
-        run("SELECT pg_advisory_lock($1, $2)", params().add(m_lock_space).add(modem_id));
+        try {
+            run("SELECT pg_advisory_lock($1, $2)", params().add(m_lock_space).add(modem_id));
+        } catch (const interfaces::store_unavailable&) {
+            throw;
+        } catch (const std::runtime_error& e) {
+            m_link.fail(QString("guard of modem %1 not taken").arg(modem_id),
+                        QString("another session held it for more than lock_timeout (%1 ms): %2")
+                            .arg(m_config.lock_timeout_ms)
+                            .arg(QString::fromUtf8(e.what())));
+        }
         m_guard_held.insert(modem_id);
         m_guard_session = m_link.session();
     }
@@ -350,7 +368,7 @@ void backend::maintenance_tick() {
         return;
     // A timer slot must not let an exception into the event loop.
     try {
-        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch());
+        m_partitions.create_ahead(m_link, QDateTime::currentMSecsSinceEpoch(), m_lock_space);
         purge_tables(QStringList{"ul_messages", "dl_messages", "dev_values", "dev_events"},
                      m_config.purge_batch);
     } catch (const std::exception& e) {

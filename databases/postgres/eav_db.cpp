@@ -56,14 +56,42 @@ void insert_all(backend& db, const QString& table, const QList<T>& records, cons
     tx.commit();
 }
 
-QString filter(bool tags, const char* tag_column, bool obis_codes, const char* obis_column) {
+// A list filter: one member is an equality, so that the (modem, column, time) index
+// gives the rows in time order and the query stops at the limit; several are "= ANY".
+QString list_filter(const char* column, const char* type, int count, int parameter) {
+    if (count == 1)
+        return QString(" AND %1 = $%2::%3").arg(column).arg(parameter).arg(type);
+    return QString(" AND %1 = ANY($%2::%3[])").arg(column).arg(parameter).arg(type);
+}
+
+QString filter(int tags, int codes, const char* code_column, const char* code_type) {
     QString text = "modem_id = $1 AND \"timestamp\" BETWEEN $2 AND $3 AND (ttl IS NULL OR ttl > $4)";
     int next = 6;
-    if (tags)
-        text += QString(" AND %1 = ANY($%2::text[])").arg(tag_column).arg(next++);
-    if (obis_codes)
-        text += QString(" AND %1 = ANY($%2::text[])").arg(obis_column).arg(next++);
+    if (tags > 0)
+        text += list_filter("tag", "text", tags, next++);
+    if (codes > 0)
+        text += list_filter(code_column, code_type, codes, next++);
     return text;
+}
+
+// The event codes an OBIS code list names: its members that are an event code written
+// in decimal ("7"; not "07" or "+7"), as the other stores compare them.
+QStringList event_codes(const QStringList& obis_codes) {
+    QStringList codes;
+    for (const QString& text : obis_codes) {
+        bool ok = false;
+        const int code = text.toInt(&ok, 10);
+        if (ok && QString::number(code) == text)
+            codes << text;
+    }
+    return codes;
+}
+
+void add_list(params& values, const QStringList& items) {
+    if (items.size() == 1)
+        values.add(items.front());
+    else
+        values.add_text_array(items);
 }
 
 // Either every matching row, or only the first and the last row of each series, both in
@@ -82,10 +110,10 @@ QString select_sql(const QString& columns, const QString& table, const QString& 
         .arg(columns, table, where, series);
 }
 
-QString event_query_sql(bool first_and_last, bool codes) {
+QString event_query_sql(bool first_and_last, int codes) {
     // Events have no tag; the OBIS code list selects event codes written in decimal.
-    return select_sql(event_columns, "dev_events", filter(false, "", codes, "event_code::text"),
-                      first_and_last, "event_code");
+    return select_sql(event_columns, "dev_events", filter(0, codes, "event_code", "integer"), first_and_last,
+                      "event_code");
 }
 
 params query_params(int modem, const model::value_query& query, qint64 now, int limit, bool with_tags) {
@@ -96,9 +124,9 @@ params query_params(int modem, const model::value_query& query, qint64 now, int 
         .add(now)
         .add(limit);
     if (with_tags && !query.tag.isEmpty())
-        values.add_text_array(query.tag);
+        add_list(values, query.tag);
     if (!query.obis_codes.isEmpty())
-        values.add_text_array(query.obis_codes);
+        add_list(values, query.obis_codes);
     return values;
 }
 
@@ -144,8 +172,8 @@ void select_per_modem(backend& db, model::per_modem<T>& out, const model::value_
 
 }  // namespace
 
-QString value_query_sql(bool first_and_last, bool tags, bool obis_codes) {
-    return select_sql(value_columns, "dev_values", filter(tags, "tag", obis_codes, "obis_code"),
+QString value_query_sql(bool first_and_last, int tags, int obis_codes) {
+    return select_sql(value_columns, "dev_values", filter(tags, obis_codes, "obis_code", "text"),
                       first_and_last, "obis_code");
 }
 
@@ -193,14 +221,17 @@ void record_store::save_events(const QList<model::dev_event>& events) {
 }
 
 void record_store::get_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {
-    const QString sql =
-        value_query_sql(query.first_and_last, !query.tag.isEmpty(), !query.obis_codes.isEmpty());
+    const QString sql = value_query_sql(query.first_and_last, query.tag.size(), query.obis_codes.size());
     select_per_modem<model::dev_value>(m_db, out, query, sql, true, &read_value);
 }
 
 void record_store::get_events(model::per_modem<model::dev_event>& out, const model::value_query& query) {
-    const QString sql = event_query_sql(query.first_and_last, !query.obis_codes.isEmpty());
-    select_per_modem<model::dev_event>(m_db, out, query, sql, false, &read_event);
+    model::value_query by_code = query;
+    by_code.obis_codes = event_codes(query.obis_codes);
+    if (by_code.obis_codes.isEmpty() && !query.obis_codes.isEmpty())
+        return;  // no listed text is an event code: nothing matches
+    const QString sql = event_query_sql(by_code.first_and_last, by_code.obis_codes.size());
+    select_per_modem<model::dev_event>(m_db, out, by_code, sql, false, &read_event);
 }
 
 eav_database::eav_database(std::shared_ptr<postgres_db::backend> db)

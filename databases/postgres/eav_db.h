@@ -37,9 +37,10 @@ private:
     record_store m_records;
 };
 
-// The one-modem value query, with or without tag and OBIS lists; parameters: modem,
-// from, to, now, limit, then the tag list and the OBIS list when present.
-QString value_query_sql(bool first_and_last, bool tags, bool obis_codes);
+// The one-modem value query for tag and OBIS lists of the given sizes (0 = all);
+// parameters: modem, from, to, now, limit, then the tag list and the OBIS list when
+// present (a list of one as its one text).
+QString value_query_sql(bool first_and_last, int tags, int obis_codes);
 
 // Rows per multi-row insert.
 inline constexpr int insert_chunk = 2000;

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "databases/postgres/pg_link.h"
+#include "databases/postgres/schema.h"
 
 namespace postgres_db {
 
@@ -87,15 +88,26 @@ void partitions::create(pg_link& link, const QString& table, const QDate& start,
     }
 }
 
-void partitions::create_ahead(pg_link& link, qint64 now_ms) {
-    for (const QString& table : tables()) {
-        QDate start = period_start(now_ms);
-        for (int i = 0; i <= m_config.partitions_ahead; ++i) {
-            if (!m_known[table].count(start))
-                create(link, table, start, false);
-            start = next_period(start);
+void partitions::create_ahead(pg_link& link, qint64 now_ms, int lock_space) {
+    link.run_plain("BEGIN");
+    try {
+        link.run("SELECT pg_advisory_xact_lock($1, $2)", params().add(lock_space).add(schema_lock_key));
+        for (const QString& table : tables()) {
+            QDate start = period_start(now_ms);
+            for (int i = 0; i <= m_config.partitions_ahead; ++i) {
+                if (!m_known[table].count(start))
+                    create(link, table, start, true);
+                start = next_period(start);
+            }
         }
+        link.run_plain("COMMIT");
+    } catch (...) {
+        rolled_back();
+        if (link.up())
+            link.run_plain("ROLLBACK");
+        throw;
     }
+    committed();
 }
 
 void partitions::committed() {
@@ -140,7 +152,7 @@ int partitions::drop_expired(pg_link& link, const QString& table, qint64 now_ms)
             rows = link.run(QString("SELECT count(*) FROM %1").arg(name)).to_int64(0, 0);
         try {
             link.run_plain("BEGIN");
-            link.run_plain("SET LOCAL lock_timeout = 1000");
+            link.run_plain("SET LOCAL lock_timeout = 200");
             link.run_plain("DROP TABLE " + name);
             link.run_plain("COMMIT");
         } catch (const interfaces::store_unavailable&) {

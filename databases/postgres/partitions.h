@@ -35,15 +35,17 @@ public:
     // overlapping one) leaves the transaction intact; the row then goes where the table
     // puts it.
     void ensure(pg_link& link, const QString& table, qint64 ms, bool in_transaction);
-    // The current period and the configured number after it, for every table.
-    void create_ahead(pg_link& link, qint64 now_ms);
+    // The current period and the configured number after it, for every table, in one
+    // transaction under the schema lock, so that instances starting together do not
+    // race to make the same partitions.
+    void create_ahead(pg_link& link, qint64 now_ms, int lock_space);
 
     // Partitions made inside a transaction exist once it commits.
     void committed();
     void rolled_back();
 
     // Drops the partitions whose period is over and whose rows have all expired (each
-    // drop in a transaction of its own, waiting at most a second for the table); returns
+    // drop in a transaction of its own, waiting at most 0.2 s for the table); returns
     // the rows they held. Outside transactions only.
     int drop_expired(pg_link& link, const QString& table, qint64 now_ms);
     // Deletes at most max_rows expired rows (all when 0 or less) from the table or its

@@ -116,13 +116,15 @@ pg_config pg_config::from_json(const QJsonObject& o) {
     put_default(c.parameters, "keepalives_interval", "5");
     put_default(c.parameters, "keepalives_count", "3");
     put_default(c.parameters, "tcp_user_timeout", "15000");
-    // Session settings travel with the connection, so a reconnect restores them.
+    // Session settings travel with the connection, so a reconnect restores them. Each
+    // execution is planned with its own values: a history query's range and limit decide
+    // between reading an index in order and sorting, which a generic plan cannot know.
     QByteArray options = c.parameter("options");
     if (!options.isEmpty())
         options += ' ';
     options += "-c search_path=" + c.schema.toUtf8() +
                " -c lock_timeout=" + QByteArray::number(c.lock_timeout_ms) +
-               " -c TimeZone=UTC -c client_min_messages=warning";
+               " -c TimeZone=UTC -c client_min_messages=warning -c plan_cache_mode=force_custom_plan";
     put(c.parameters, "options", options);
     return c;
 }

@@ -73,10 +73,6 @@ const QStringList version_1 = {
 
 const QList<QStringList> migrations = {version_1};
 
-// The second key of the migration lock; modem guards use the modem id there, and no
-// modem has this one.
-constexpr int migration_key = -2147483647 - 1;
-
 }  // namespace
 
 int current_schema_version() {
@@ -86,9 +82,11 @@ int current_schema_version() {
 void migrate_schema(pg_link& link, const QString& schema, int lock_space) {
     link.run_plain("BEGIN");
     try {
-        link.run("SELECT pg_advisory_xact_lock($1, $2)", params().add(lock_space).add(migration_key));
-        // The schema name is a checked plain identifier (see the configuration).
-        link.run_plain("CREATE SCHEMA IF NOT EXISTS " + schema);
+        link.run("SELECT pg_advisory_xact_lock($1, $2)", params().add(lock_space).add(schema_lock_key));
+        // Created only when missing: making one needs a right on the database that a user
+        // of an existing schema may not have. The name is a checked plain identifier.
+        if (link.run("SELECT 1 FROM pg_namespace WHERE nspname = $1", params().add(schema)).rows() == 0)
+            link.run_plain("CREATE SCHEMA " + schema);
         link.run_plain("CREATE TABLE IF NOT EXISTS schema_version (version integer NOT NULL)");
         const result r = link.run_plain("SELECT max(version) FROM schema_version");
         const int version = r.is_null(0, 0) ? 0 : r.to_int(0, 0);

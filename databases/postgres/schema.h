@@ -9,6 +9,10 @@ class pg_link;
 // The schema version this plugin writes.
 int current_schema_version();
 
+// The second key of the advisory lock under which instances change the schema (the
+// migration, new partitions); modem guards use the modem id there, and no modem has this.
+inline constexpr int schema_lock_key = -2147483647 - 1;
+
 // Creates the schema if it is missing and brings its tables to the current version,
 // step by step in one transaction that holds an advisory lock, so that instances
 // starting together migrate once. A schema written by a newer version is refused

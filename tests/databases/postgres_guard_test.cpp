@@ -29,7 +29,9 @@ protected:
     bool second_must_wait(int modem) {
         try {
             second.state->lock(modem);
-        } catch (const std::runtime_error&) {
+        } catch (const std::runtime_error& e) {
+            EXPECT_TRUE(QString(e.what()).contains(QString("guard of modem %1 not taken").arg(modem)))
+                << e.what();
             return true;
         }
         return false;

@@ -2,6 +2,7 @@
 // time partitions, value types, expiry by whole partitions, and the history query's plan.
 
 #include <QJsonArray>
+#include <thread>
 
 #include "databases/postgres/partitions.h"
 #include "databases/postgres/schema.h"
@@ -232,4 +233,73 @@ TEST_F(PostgresStore, TheHistoryQueryOfOneModemIsAnIndexScan) {
     EXPECT_TRUE(plan.contains("Index Scan") || plan.contains("Index Only Scan")) << plan.toStdString();
     EXPECT_FALSE(plan.contains("Seq Scan")) << plan.toStdString();
     EXPECT_FALSE(plan.contains("Sort  (")) << plan.toStdString();
+}
+
+// A partition made inside a unit of a batch that is undone is gone with it; the store
+// must not believe it exists, or later rows of its period would land in the default
+// partition.
+TEST_F(PostgresStore, APartitionMadeInAnUndoneUnitIsMadeAgainWhenNeeded) {
+    model::ul_message january;
+    january.modem_id = 3;
+    january.timestamp = QDateTime(QDate(2020, 1, 15), QTime(0, 0), Qt::UTC);
+    interfaces::IWriteBatch* batch = m_stores.messages->write_batch();
+    batch->begin_batch();
+    batch->begin_item();
+    m_stores.messages->ul().save(january);
+    EXPECT_TRUE(batch->end_item(false));
+    batch->commit_batch();
+    EXPECT_FALSE(partitions_of("ul_messages").contains("ul_messages_p20200101"));
+
+    january.timestamp = january.timestamp.addDays(1);
+    m_stores.messages->ul().save(january);
+    EXPECT_EQ(raw.rows("SELECT tableoid::regclass::text FROM " + m_schema + ".ul_messages"),
+              m_schema + ".ul_messages_p20200101");
+}
+
+// Instances started together on a schema that does not exist yet: one creates it, the
+// others wait for it and find it made; nobody fails and the version is recorded once.
+TEST(PostgresStartTogether, InstancesStartingTogetherMigrateOnce) {
+    const QString schema = unique_schema("together");
+    std::vector<std::string> failures(4);
+    std::vector<std::thread> starts;
+    for (size_t i = 0; i < failures.size(); ++i) {
+        starts.emplace_back([&, i] {
+            try {
+                stores s = open_stores(config_for(schema));
+                s.clients->set_device(int(i), {"proto7", "X", {}});
+            } catch (const std::exception& e) {
+                failures[i] = e.what();
+            }
+        });
+    }
+    for (std::thread& t : starts)
+        t.join();
+    for (const std::string& failure : failures)
+        EXPECT_EQ(failure, "");
+    raw_session raw;
+    EXPECT_EQ(raw.rows("SELECT count(*), max(version) FROM " + schema + ".schema_version"),
+              QString("1|%1").arg(postgres_db::current_schema_version()));
+    EXPECT_EQ(raw.rows("SELECT count(*) FROM " + schema + ".devices"), "4");
+    raw.exec("DROP SCHEMA " + schema + " CASCADE");
+}
+
+// An operator who made the schema for the service's user gives that user no right on
+// the database itself: the store starts in the schema as it finds it.
+TEST(PostgresRights, AUserWhoOwnsItsSchemaButMayNotCreateSchemasStarts) {
+    const QString schema = unique_schema("owned");
+    const QString role = schema + "_user";
+    raw_session raw;
+    raw.exec("CREATE ROLE " + role + " LOGIN");
+    raw.exec("CREATE SCHEMA " + schema + " AUTHORIZATION " + role);
+    QJsonObject config = config_for(schema);
+    config["user"] = role;
+    try {
+        stores s = open_stores(config);
+        s.clients->set_device(1, {"proto7", "X", {}});
+        EXPECT_EQ(s.clients->devices().size(), 1u);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << e.what();
+    }
+    raw.exec("DROP SCHEMA " + schema + " CASCADE");
+    raw.exec("DROP ROLE " + role);
 }

@@ -14,6 +14,7 @@
 #include <QUuid>
 #include <memory>
 
+#include "tests/support/postgres_server.h"
 #include "tests/support/service_harness.h"
 
 namespace e2e {
@@ -194,15 +195,21 @@ protected:
             configuration["path"] = m_dir.filePath("quillon.db");
             configuration["purge_interval"] = 0;
         }
+        if (QString(GetParam()) == "db_driver_postgres") {
+            // A schema of the test's own on the private server.
+            configuration["conninfo"] = pg_test::conninfo();
+            configuration["schema"] = pg_test::unique_schema("e2e");
+            configuration["purge_interval"] = 0;
+        }
         service.set_database(GetParam(), configuration);
     }
 };
 
 inline auto database_plugins() {
-    return ::testing::Values("db_driver_dummy", "db_driver_sqlite");
+    return ::testing::Values("db_driver_dummy", "db_driver_sqlite", "db_driver_postgres");
 }
 
-// "dummy" and "sqlite" as test name suffixes.
+// "dummy", "sqlite" and "postgres" as test name suffixes.
 inline std::string database_label(const ::testing::TestParamInfo<const char*>& info) {
     return QString(info.param).section('_', 2).toStdString();
 }
