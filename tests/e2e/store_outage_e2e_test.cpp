@@ -156,3 +156,35 @@ TEST_F(StoreOutage, UplinksWaitOutAServerOutageAndAreStoredOnceAfterIt) {
                   .size(),
               100);
 }
+
+// Started while the server is away: the service comes up all the same, its uplinks wait,
+// and they are stored once the server is there.
+TEST_F(StoreOutage, AServiceStartedWhileTheServerIsAwayStoresOnceItIsBack) {
+    ASSERT_EQ(m_service.stop(), 0);
+    ASSERT_TRUE(postgres_script("halt"));
+    const int bound = m_service.log().count("Rabbit_man_ul: Queue bound");
+    ASSERT_TRUE(m_service.launch());
+    ASSERT_TRUE(e2e::wait_until(
+        [&] {
+            return m_service.log().count("Rabbit_man_ul: Queue bound") >= bound + 2 || !m_service.running();
+        },
+        30000))
+        << m_service.log().toStdString();
+    ASSERT_TRUE(m_service.running()) << m_service.log().toStdString();
+
+    send(1, 20);
+    ASSERT_TRUE(e2e::wait_until([&] { return m_service.log().contains(outage_line); }, 30000))
+        << m_service.log().toStdString();
+    e2e::wait_until([] { return false; }, 1000);
+    EXPECT_EQ(m_service.log().count(" accepted: "), 0);
+
+    ASSERT_TRUE(postgres_script("start"));
+    ASSERT_TRUE(e2e::wait_until([&] { return m_service.log().count(" accepted: ") >= 20; }, 60000))
+        << m_service.log().toStdString();
+    const QMap<int, int> rows = stored();
+    EXPECT_EQ(rows.size(), 20);
+    for (auto it = rows.begin(); it != rows.end(); ++it) {
+        EXPECT_EQ(it.value(), 1) << "iterator " << it.key();
+    }
+    EXPECT_EQ(m_service.log().count("store available again after "), 1);
+}
