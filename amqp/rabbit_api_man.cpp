@@ -12,6 +12,7 @@
 #include "amqp/handling_gate.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
+#include "interfaces/IStoreLink.h"
 
 namespace {
 
@@ -44,6 +45,10 @@ QByteArray compact(const QJsonObject& object) {
 }
 
 const QString response_type = "response";
+
+QJsonObject store_unavailable_reply() {
+    return QJsonObject{{"status", "fail"}, {"error", "store unavailable"}};
+}
 const QString mime_type = "text/plain";
 
 }  // namespace
@@ -357,6 +362,16 @@ void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t t
     QJsonObject result;
     try {
         run_unit([&] { result = handler->execute(message); });
+    } catch (const interfaces::store_unavailable& e) {
+        // Answered at once rather than requeued: the command queue keeps being consumed
+        // during an outage (commands without the store still run), so a requeued command
+        // would only come straight back. Nothing it wrote or sent is kept.
+        log_line(log, Warning) << "command " << message.msg_type << " " << message.cmd_id.toString()
+                               << " not run: store unavailable (" << e.what() << ")";
+        reply(message, store_unavailable_reply());
+        receiver->ack_message(tag, false);
+        served(message.msg_type, "error", start);
+        return;
     } catch (...) {
         served(message.msg_type, "error", start);
         throw;

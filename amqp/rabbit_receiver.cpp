@@ -25,6 +25,9 @@ struct rabbit_receiver::impl {
     void on_declared();
     void continue_binding(amqp_bindings remaining);
     void bind_first(const amqp_bindings& remaining);
+    // The set-up plan of the next connection consumes unless the owner paused.
+    void plan_consuming(bool consume);
+    void start_unless_paused();
 
     rabbit_receiver& self;
     amqp::connection* client = nullptr;  // a child of the receiver
@@ -40,6 +43,7 @@ struct rabbit_receiver::impl {
     logger& log;
     bool raw = false;
     bool with_route_key = false;
+    bool paused = false;
 };
 
 rabbit_receiver::rabbit_receiver(logger& log, const rabbit_receiver_cfg& cfg, QObject* parent, bool raw,
@@ -105,7 +109,7 @@ void rabbit_receiver::impl::on_declared() {
         log_line(log, Warning) << "Rabbit_man_ul: queue " << queue_name
                                << " has no bindings; consuming it unbound";
         QObject::disconnect(queue, &amqp::queue::bound, nullptr, nullptr);
-        self.start();
+        start_unless_paused();
         QObject::connect(queue, &amqp::queue::messageReceived, &self, &rabbit_receiver::messageReceived);
         return;
     }
@@ -125,12 +129,57 @@ void rabbit_receiver::impl::continue_binding(amqp_bindings remaining) {
     remaining.removeFirst();
     if (remaining.isEmpty()) {
         QObject::disconnect(queue, &amqp::queue::bound, nullptr, nullptr);
-        self.start();
+        start_unless_paused();
         QObject::connect(queue, &amqp::queue::messageReceived, &self, &rabbit_receiver::messageReceived);
         log_line(log, Debug) << "Rabbit_man_ul: Queue bound";
         return;
     }
     bind_first(remaining);
+}
+
+void rabbit_receiver::impl::plan_consuming(bool consume) {
+    amqp::link_plan plan = client->plan();
+    if (plan.queue) {
+        plan.queue->consume = consume;
+        client->set_plan(plan);
+    }
+}
+
+void rabbit_receiver::impl::start_unless_paused() {
+    if (paused) {
+        log_line(log, Debug) << "Rabbit_man_ul: queue " << queue_name << " bound; consuming stays paused";
+        return;
+    }
+    self.start();
+}
+
+void rabbit_receiver::pause_consuming() {
+    auto& d = *m_impl;
+    if (d.paused) {
+        return;
+    }
+    d.paused = true;
+    d.plan_consuming(false);
+    if (d.queue && d.queue->is_consuming()) {
+        stop();
+    }
+}
+
+void rabbit_receiver::resume_consuming() {
+    auto& d = *m_impl;
+    if (!d.paused) {
+        return;
+    }
+    d.paused = false;
+    d.plan_consuming(true);
+    // Without a queue the next connection consumes from its set-up.
+    if (d.queue && d.queue->is_current() && !d.queue->is_consuming()) {
+        start();
+    }
+}
+
+bool rabbit_receiver::paused() const {
+    return m_impl->paused;
 }
 
 void rabbit_receiver::start() {
@@ -220,6 +269,17 @@ void rabbit_receiver::reject_message(uint64_t delivery_tag) {
         return;
     }
     d.queue->reject(delivery_tag, false);
+}
+
+void rabbit_receiver::requeue_message(uint64_t delivery_tag) {
+    auto& d = *m_impl;
+    if (!d.queue) {
+        log_line(d.log, Debug) << "void rabbit_receiver::requeue_message(uint64_t)"
+                               << ": "
+                               << "zero queue";
+        return;
+    }
+    d.queue->reject(delivery_tag, true);
 }
 
 void rabbit_receiver::disconnected() {

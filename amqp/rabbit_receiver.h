@@ -28,12 +28,21 @@ public:
 
     virtual void ack_message(uint64_t delivery_tag, bool multiple);
     virtual void reject_message(uint64_t delivery_tag);
+    // Hands the delivery back to its queue (basic.reject with requeue): the broker
+    // delivers it again, to this consumer or another one.
+    virtual void requeue_message(uint64_t delivery_tag);
+
+    // Stops taking deliveries (basic.cancel) until resume_consuming(), also across
+    // reconnections; deliveries already on their way still arrive and must be settled.
+    virtual void pause_consuming();
+    virtual void resume_consuming();
+    bool paused() const;
 
     // The prefetch window: how many deliveries may be unsettled at once.
     int prefetch() const;
     // Whether the delivery with this tag, the last one signalled, came again after its
     // first delivery could not be settled (a connection lost before the acknowledgement).
-    bool redelivered(uint64_t delivery_tag) const;
+    virtual bool redelivered(uint64_t delivery_tag) const;
     // The user the broker vouches for as the publisher of that delivery (its user_id
     // property); empty when the publisher did not give one.
     QString user_id(uint64_t delivery_tag) const;

@@ -52,9 +52,22 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
         "Extra keys of the service's SQLite store configuration, as a JSON object, e.g. "
         "'{\"checkpoint_pages\": 4000}'.",
         "JSON");
+    const QCommandLineOption store_backend(
+        "store",
+        "The service's store: sqlite (default) or postgres (a fresh schema on the server of --pg-conninfo, "
+        "else on the private test server of scripts/test-postgres, started if needed). With postgres the "
+        "SQLite store benchmark is skipped.",
+        "NAME");
+    const QCommandLineOption pg_conninfo("pg-conninfo", "libpq connection string of the PostgreSQL server.",
+                                         "CONNINFO");
+    const QCommandLineOption instances(
+        "instances",
+        "Also measure the throughput of 1, 2 .. N instances sharing the uplinks through the balancer "
+        "(each with its own queue; each its own SQLite file, or all one PostgreSQL schema).",
+        "N");
     parser.addOptions({help_option, url, quick, uplinks, modems, clients, rounds, sample, latency, rows,
                        store_modems, saves, queries, no_store, no_uplinks, no_passthrough, stop_broker,
-                       store_config});
+                       store_config, store_backend, pg_conninfo, instances});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -82,6 +95,17 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
     out.uplink_path = !parser.isSet(no_uplinks);
     out.stop_broker = parser.isSet(stop_broker);
     out.passthrough = !parser.isSet(no_passthrough);
+    if (parser.isSet(store_backend)) {
+        out.store_backend = parser.value(store_backend);
+        if (out.store_backend != "sqlite" && out.store_backend != "postgres") {
+            message = "--store: sqlite or postgres, not " + out.store_backend;
+            return false;
+        }
+        if (out.store_backend == "postgres") {
+            out.store = false;
+        }
+    }
+    out.pg_conninfo = parser.value(pg_conninfo);
     if (parser.isSet(store_config)) {
         const QJsonDocument doc = QJsonDocument::fromJson(parser.value(store_config).toUtf8());
         if (!doc.isObject()) {
@@ -99,7 +123,8 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
                       read_number(parser, rows, out.rows, message) &&
                       read_number(parser, store_modems, out.store_modems, message) &&
                       read_number(parser, saves, out.saves, message) &&
-                      read_number(parser, queries, out.queries, message);
+                      read_number(parser, queries, out.queries, message) &&
+                      read_number(parser, instances, out.instances, message);
     if (read && out.clients < 1) {
         message = "--clients: at least 1";
         return false;

@@ -24,8 +24,13 @@ struct bench_options {
     bool store = true;
     bool stop_broker = false;
     bool passthrough = true;  // false: the service alone (long memory runs)
-    // Extra keys of the service's SQLite store configuration (a JSON object).
+    // Extra keys of the service's store configuration (a JSON object).
     QJsonObject store_config;
+    // The service's store: "sqlite" (a file of each service's own) or "postgres" (one
+    // schema of the server at pg_conninfo, or of the private test server when empty).
+    QString store_backend = "sqlite";
+    QString pg_conninfo;
+    int instances = 0;  // > 0: throughput with 1 .. instances balanced instances
 };
 
 // Reads the command line; returns false with a message (or the help text) otherwise.

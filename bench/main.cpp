@@ -9,7 +9,9 @@
 #include "bench/broker.h"
 #include "bench/history_query.h"
 #include "bench/option_values.h"
+#include "bench/postgres_target.h"
 #include "bench/report.h"
+#include "bench/scale_run.h"
 #include "bench/store_fill.h"
 #include "bench/uplink_bench.h"
 
@@ -34,6 +36,14 @@ int main(int argc, char* argv[]) {
     if (!bench::open_broker(options.url, target, message)) {
         err << "quillon-bench: " << message << '\n';
         return 1;
+    }
+    if (options.store_backend == "postgres") {
+        QString conninfo;
+        if (!bench::open_postgres(options.pg_conninfo, conninfo, message)) {
+            err << "quillon-bench: " << message << '\n';
+            return 1;
+        }
+        options.pg_conninfo = conninfo;
     }
     bench::bench_report report;
     report.options = options;
@@ -71,10 +81,31 @@ int main(int argc, char* argv[]) {
             }
         }
     }
+    std::vector<bench::scale_point> scale;
+    if (options.instances > 0) {
+        err << "quillon-bench: 1 to " << options.instances << " instances..." << Qt::endl;
+        bench::scale_run instances(log, target, options);
+        scale = instances.run();
+        for (const auto& point : scale) {
+            if (!point.result.error.isEmpty()) {
+                err << "quillon-bench: " << point.instances << " instances: " << point.result.error << '\n';
+                status = 1;
+            }
+        }
+    }
     if (target.started_here && options.stop_broker) {
         bench::stop_private_broker();
     }
+    out << "Service store: " << options.store_backend << '\n';
     bench::print_table(out, report);
+    if (!scale.empty()) {
+        out << "Instances sharing the uplinks (balancer, " << options.store_backend << " store, "
+            << options.uplinks << " uplinks)\n";
+        for (const auto& point : scale) {
+            out << "  " << QString("%1 instance(s), uplinks/s").arg(point.instances).leftJustified(58, ' ')
+                << QString::number(point.result.uplinks_per_s, 'f', 0) << '\n';
+        }
+    }
     out << bench::key_line(report) << Qt::endl;
     return status;
 }

@@ -70,7 +70,8 @@ rabbit_receiver_cfg service_instance::uplink_queue() {
     write_files();
     QSettings settings(m_dir.filePath("quillon.ini"), QSettings::IniFormat);
     const PMConfig pm = load_pm_config(settings);
-    const EngineConfig engine = make_engine_config(load_general_settings(settings), 0, 1, 0);
+    const EngineConfig engine =
+        make_engine_config(load_general_settings(settings), 0, m_instances, m_position);
     return load_receiver_config(settings, pm, engine);
 }
 
@@ -85,10 +86,16 @@ void service_instance::write_files() {
             }
         }
     }
-    QFile store(m_dir.filePath("plug_db_driver_sqlite.json"));
+    const bool postgres = !m_pg_conninfo.isEmpty();
+    QFile store(m_dir.filePath(postgres ? "plug_db_driver_postgres.json" : "plug_db_driver_sqlite.json"));
     if (store.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         QJsonObject config = m_store_extra;
-        config["path"] = m_store_path;
+        if (postgres) {
+            config["conninfo"] = m_pg_conninfo;
+            config["schema"] = m_pg_schema;
+        } else {
+            config["path"] = m_store_path;
+        }
         config["devices"] = m_devices;
         store.write(QJsonDocument(config).toJson());
     }
@@ -97,8 +104,15 @@ void service_instance::write_files() {
 bool service_instance::start() {
     write_files();
     m_process.start(QCoreApplication::applicationDirPath() + "/quillon",
-                    {"-c", m_dir.filePath("quillon.ini"), "-i", "1", "-n", "0"});
+                    {"-c", m_dir.filePath("quillon.ini"), "-i", QString::number(m_instances), "-n",
+                     QString::number(m_position)});
     return m_process.waitForStarted(10000);
+}
+
+void service_instance::use_postgres(const QString& conninfo, const QString& schema) {
+    m_pg_conninfo = conninfo;
+    m_pg_schema = schema;
+    set("PLUGIN_MANAGER_SETTINGS", "DB_NAME", "db_driver_postgres");
 }
 
 int service_instance::stop() {

@@ -31,6 +31,13 @@ public:
     void set(const QString& group, const QString& key, const QString& value);
     // Keys added to the store's configuration (the path and the devices stay the bench's).
     void set_store_config(const QJsonObject& extra) { m_store_extra = extra; }
+    // The PostgreSQL store instead of SQLite: its connection and schema.
+    void use_postgres(const QString& conninfo, const QString& schema);
+    // -i and -n of the command line (default 1 and 0).
+    void set_instance(int count, int position) {
+        m_instances = count;
+        m_position = position;
+    }
 
     // Written on start(); readable before it.
     QString uplink_route_key() const { return m_route_key; }
@@ -65,6 +72,10 @@ private:
     QString m_route_key;
     QString m_command_queue;
     QString m_command_key;
+    QString m_pg_conninfo;  // empty: SQLite
+    QString m_pg_schema;
+    int m_instances = 1;
+    int m_position = 0;
 };
 
 }  // namespace bench

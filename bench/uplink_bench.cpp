@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <csignal>
 
+#include "bench/postgres_target.h"
 #include "bench/proc_stats.h"
 #include "bench/service_instance.h"
 #include "bench/uplink_feed.h"
@@ -29,12 +30,22 @@ QString bindings_text(const amqp_bindings& bindings) {
     return items.join(',');
 }
 
-// Every modem of the fleet with the same clients.
+}  // namespace
+
 void register_fleet(service_instance& service, const uplink_feed& feed, const QStringList& clients) {
     for (int modem : feed.modem_ids()) {
         service.register_modem(modem, uplink_feed::protocol(), feed.hw_type(modem), clients);
     }
 }
+
+void use_store(service_instance& service, const bench_options& options, const QString& schema) {
+    service.set_store_config(options.store_config);
+    if (options.store_backend == "postgres") {
+        service.use_postgres(options.pg_conninfo, schema.isEmpty() ? fresh_schema() : schema);
+    }
+}
+
+namespace {
 
 // The pass-through consumer as a process of its own, stopped with SIGTERM when done.
 class passthrough_process {
@@ -126,7 +137,7 @@ uplink_bench_result uplink_bench::run() {
 
 bool uplink_bench::calibrate(passthrough::publication_profile& profile, QString& error) {
     service_instance service(m_target.url);
-    service.set_store_config(m_options.store_config);
+    use_store(service, m_options);
     uplink_feed feed(m_options.modems, first_modem);
     register_fleet(service, feed, m_clients);
     const rabbit_receiver_cfg queue = service.uplink_queue();
@@ -215,7 +226,7 @@ latency_result uplink_bench::run_passthrough_latency(const passthrough::publicat
 
 void uplink_bench::run_service(uplink_bench_result& result, bool with_latency) {
     service_instance service(m_target.url);
-    service.set_store_config(m_options.store_config);
+    use_store(service, m_options);
     uplink_feed feed(m_options.modems, first_modem);
     register_fleet(service, feed, m_clients);
     const rabbit_receiver_cfg queue = service.uplink_queue();

@@ -34,6 +34,15 @@ struct uplink_bench_result {
     double latency_wait_share = 0;  // of the service's time: ready to run, no processor
 };
 
+class service_instance;
+class uplink_feed;
+
+// Every modem of the fleet with the same clients.
+void register_fleet(service_instance& service, const uplink_feed& feed, const QStringList& clients);
+// The store of the options for the service: its own SQLite file, or the PostgreSQL
+// server with the given schema (a fresh one when empty).
+void use_store(service_instance& service, const bench_options& options, const QString& schema = QString());
+
 // The uplink path: a short calibration run of the service records what it publishes
 // per uplink; then the pass-through consumer and the service in turn, `rounds` times
 // each, empty a freshly preloaded queue of the same uplinks; then the last service, and

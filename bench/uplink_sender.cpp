@@ -30,13 +30,21 @@ void uplink_sender::send_raw(const QByteArray& body, const QString& routing_key)
 
 bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_key, uplink_feed& feed,
              uint64_t count, const QString& route_key, QString& error) {
+    return preload(
+        sender, drain, marker_key, feed, count,
+        [&route_key](const QJsonObject& uplink) { return uplink_feed::routing_key(uplink, route_key); },
+        error);
+}
+
+bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_key, uplink_feed& feed,
+             uint64_t count, const std::function<QString(const QJsonObject&)>& key_of, QString& error) {
     if (!sender.wait_ready()) {
         error = "the uplink publisher did not connect";
         return false;
     }
     for (uint64_t i = 0; i < count; ++i) {
         const QJsonObject uplink = feed.next();
-        sender.send(uplink, uplink_feed::routing_key(uplink, route_key));
+        sender.send(uplink, key_of(uplink));
         // A long preload must let the event loop run now and then: the process's other
         // broker connections (the drain's) would miss their heartbeats and be closed.
         if (i % 2000 == 1999) {

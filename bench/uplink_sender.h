@@ -3,6 +3,7 @@
 #include <QJsonObject>
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "amqp/rabbit_publisher.h"
@@ -30,5 +31,8 @@ private:
 // when the marker is back (false with `error` set when it does not come back).
 bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_key, uplink_feed& feed,
              uint64_t count, const QString& route_key, QString& error);
+// The same with each uplink's routing key chosen by `key_of`.
+bool preload(uplink_sender& sender, client_drain& drain, const QString& marker_key, uplink_feed& feed,
+             uint64_t count, const std::function<QString(const QJsonObject&)>& key_of, QString& error);
 
 }  // namespace bench

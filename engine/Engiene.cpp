@@ -83,6 +83,8 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     m_batch.add_store(m_eav ? m_eav->write_batch() : nullptr);
     m_batch.add_store(m_state ? m_state->write_batch() : nullptr);
     m_batch.add_store(m_clients ? m_clients->write_batch() : nullptr);
+    m_store_watch = std::make_unique<store_watch>(m_messages ? m_messages->store_link() : nullptr, m_log);
+    connect(m_store_watch.get(), &store_watch::returned, this, &Engiene::resumeAfterStore);
     m_api->set_gate(&m_gate);
     m_api->set_unit_runner([this](const std::function<void()>& work) { runAlone(work); });
     connect(m_receiver.get(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
@@ -112,10 +114,12 @@ Engiene::~Engiene() {
 // The one place where a delivery's outcome is decided. Heartbeats are processed in full
 // and still rejected; messages of other instances or drivers, and unknown types, are
 // rejected without a line.
-Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 deliveryTag) {
+Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 deliveryTag, bool redelivered) {
     using type = service_metrics::uplink_type;
     using verdict = service_metrics::uplink_outcome;
     m_handling_tag = deliveryTag;
+    m_handling_redelivered = redelivered;
+    m_found_stored = false;
     model::ul_message parsed;
     const QString msg_type = message.value("msg_type").toString();
     const type kind = typeOf(message);
@@ -125,6 +129,9 @@ Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 del
         if (kind == type::ul_app) {
             if (!processUlApp(message, parsed)) {
                 return not_mine;
+            }
+            if (m_found_stored) {
+                return acknowledged;  // everything after storing ran the first time
             }
             afterAccepted(controller_event{parsed});
             return acknowledged;
@@ -147,6 +154,8 @@ Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 del
             return acknowledged;
         }
         return {outcome::reject, {}, kind, verdict::rejected_bad};
+    } catch (const interfaces::store_unavailable& e) {
+        return {outcome::store_away, QString::fromUtf8(e.what()), kind, verdict::requeued};
     } catch (const std::exception& e) {
         return {outcome::reject_and_undo,
                 failureLine(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed), kind,
@@ -191,6 +200,9 @@ void Engiene::afterStored(const char* step, const std::function<void()>& work) {
     QString failure;
     try {
         work();
+    } catch (const interfaces::store_unavailable&) {
+        // Not this step's fault: the whole delivery goes back to its queue.
+        throw;
     } catch (const std::exception& e) {
         failure = QString::fromUtf8(e.what());
     } catch (const QString& text) {
@@ -243,6 +255,9 @@ bool Engiene::driverAccepts(const QString& protocol, const QString& hw_type) con
 }
 
 void Engiene::onControllerTick() {
+    if (store_away()) {
+        return;  // the driver's work needs the store; the next tick after its return runs
+    }
     if (m_gate.busy()) {
         if (!m_tick_waiting) {
             m_tick_waiting = true;
@@ -256,6 +271,8 @@ void Engiene::onControllerTick() {
     handling_gate::entry in(&m_gate);
     try {
         runAlone([this] { m_driver->controller(controller_event{model::ul_message{}}); });
+    } catch (const interfaces::store_unavailable&) {
+        // Logged once for the whole outage; the ticks after the store's return run.
     } catch (...) {
         log_line(m_log, Error) << "instance: " << QString::number(m_config.position)
                                << "controller by timer exception";

@@ -17,6 +17,7 @@
 #include "engine/driver_builder.h"
 #include "engine/engine_services.h"
 #include "engine/outbox.h"
+#include "engine/store_watch.h"
 #include "interfaces/factories.h"
 #include "metrics/service_metrics.h"
 #include "model/records.h"
@@ -68,6 +69,8 @@ public:
     const handling_gate& gate() const { return m_gate; }
     // What the service measures; the metrics endpoint reads it from another thread.
     std::shared_ptr<service_metrics> metrics() const { return m_metrics; }
+    // Whether the store's server is away: uplinks wait in their queue meanwhile.
+    bool store_away() const { return m_store_watch->away(); }
 
 public Q_SLOTS:
     void onUlReceived(QJsonObject message, quint64 deliveryTag);
@@ -82,7 +85,9 @@ private Q_SLOTS:
 
 private:
     // How the handling of one delivery ended; decided in handle() alone.
-    enum class outcome { acknowledge, reject, reject_and_undo };
+    // store_away: the store's server went away; nothing of the delivery is kept and it
+    // goes back to its queue.
+    enum class outcome { acknowledge, reject, reject_and_undo, store_away };
     struct handling_result {
         outcome result = outcome::reject;
         QString failure;  // the Error line when the handling failed
@@ -101,6 +106,16 @@ private:
     void abandonBurst(delivery_batch::delivery delivery);
     void handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why);
     void settle(const delivery_batch::delivery& delivery);
+    void requeue(const delivery_batch::delivery& delivery);
+    // The store's server went away while `delivery` was handled (its unit began where
+    // the outbox held `outbox_mark`): it goes back to the queue with every delivery of
+    // the burst that is not stored, and uplinks pause until the store is back.
+    void storeWentAway(const delivery_batch::delivery& delivery, std::size_t outbox_mark, const QString& why);
+    // Ends the open burst after its store's server went away outside any delivery.
+    void abandonBurstForStore(const QString& why);
+    void pauseForStore(const QString& why);
+    void resumeAfterStore();
+    void runWithoutStoreBatch(const std::function<void()>& work);
     unit beginUnit();
     // False when the store lost the batch's transaction.
     bool endUnit(const unit& u, bool keep);
@@ -108,8 +123,11 @@ private:
     // first, then `work` runs and is committed; throws when it fails or cannot be stored.
     void runAlone(const std::function<void()>& work);
 
-    handling_result handle(const QJsonObject& message, quint64 deliveryTag);
     static service_metrics::uplink_type typeOf(const QJsonObject& message);
+    handling_result handle(const QJsonObject& message, quint64 deliveryTag, bool redelivered = false);
+    // Whether this uplink is stored already: an uplink delivered again after its
+    // commit, when the acknowledgement was lost with a connection or a killed process.
+    bool alreadyStored(const model::ul_message& stored);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
     bool driverAccepts(const QString& protocol, const QString& hw_type) const;
     // Steps after a message's own writes (downlink statuses, the controller hook, the
@@ -151,10 +169,13 @@ private:
     QTimer m_controller_timer;
     delivery_batch m_batch;
     std::unique_ptr<outbox> m_outbox;
+    std::unique_ptr<store_watch> m_store_watch;
     // Flushes deliveries that arrived some other way than a burst from the receiver.
     QTimer m_flush_timer;
     QTimer m_metrics_timer;
-    bool m_flush_waiting = false;  // a flush waits at the gate
-    bool m_tick_waiting = false;   // a controller tick waits at the gate
-    quint64 m_handling_tag = 0;    // the delivery being handled, for log lines
+    bool m_flush_waiting = false;         // a flush waits at the gate
+    bool m_tick_waiting = false;          // a controller tick waits at the gate
+    quint64 m_handling_tag = 0;           // the delivery being handled, for log lines
+    bool m_handling_redelivered = false;  // ... and whether it was delivered before
+    bool m_found_stored = false;          // processUlApp found it stored already
 };

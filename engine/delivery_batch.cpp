@@ -6,6 +6,8 @@
 
 #include "engine/store_timer.h"
 
+#include "interfaces/IStoreLink.h"
+
 void delivery_batch::add_store(interfaces::IWriteBatch* store) {
     if (store && std::find(m_stores.begin(), m_stores.end(), store) == m_stores.end()) {
         m_stores.push_back(store);
@@ -45,7 +47,22 @@ bool delivery_batch::end_unit(bool keep) {
     return intact;
 }
 
-bool delivery_batch::commit(QString* error) {
+void delivery_batch::abandon_units() {
+    for (; m_depth > 0; --m_depth) {
+        for (auto* store : m_stores) {
+            try {
+                store->end_item(false);
+            } catch (...) {
+                // The commit that follows fails for this store: nothing of it is kept.
+            }
+        }
+    }
+}
+
+bool delivery_batch::commit(QString* error, bool* unavailable) {
+    if (unavailable) {
+        *unavailable = false;
+    }
     if (!m_open) {
         return true;
     }
@@ -60,6 +77,11 @@ bool delivery_batch::commit(QString* error) {
         for (auto* store : m_stores) {
             try {
                 store->commit_batch();
+            } catch (const interfaces::store_unavailable& e) {
+                failure = QString::fromUtf8(e.what());
+                if (unavailable) {
+                    *unavailable = true;
+                }
             } catch (const std::exception& e) {
                 failure = QString::fromUtf8(e.what());
             }

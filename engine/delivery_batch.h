@@ -25,6 +25,9 @@ public:
         service_metrics::uplink_type type = service_metrics::uplink_type::unknown;
         service_metrics::uplink_outcome verdict = service_metrics::uplink_outcome::rejected_bad;
         std::chrono::steady_clock::time_point received = std::chrono::steady_clock::now();
+        // Delivered before without being settled (a connection or a process was lost):
+        // it may be stored already.
+        bool redelivered = false;
     };
 
     // Null and repeated back ends (one back end serving several stores) are ignored.
@@ -47,7 +50,11 @@ public:
 
     // Commits every store; false with `error` set when one failed, and then nothing of
     // the batch is to be taken as stored. The deferred deliveries stay for take_deferred().
-    bool commit(QString* error);
+    // `unavailable` tells whether a store failed because its server was away.
+    bool commit(QString* error, bool* unavailable = nullptr);
+    // Undoes every open unit, whatever a store answers (its server may be gone); the
+    // batch stays open for commit().
+    void abandon_units();
     std::vector<delivery> take_deferred();
 
 private:

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "engine/Engiene.h"
+#include "interfaces/IStoreLink.h"
 
 namespace {
 // The deliveries of one burst share a store transaction; each is settled once the
@@ -13,6 +14,8 @@ void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
     delivery_batch::delivery delivery;
     delivery.message = std::move(message);
     delivery.tag = deliveryTag;
+    // Read now: the receiver tells of the delivery it has just signalled.
+    delivery.redelivered = m_receiver->redelivered(deliveryTag);
     receive(std::move(delivery));
 }
 
@@ -40,10 +43,19 @@ bool Engiene::endUnit(const unit& u, bool keep) {
 }
 
 void Engiene::handleDelivery(delivery_batch::delivery delivery) {
+    if (store_away()) {
+        // On its way before the consumer paused: it waits in the queue with the rest.
+        requeue(delivery);
+        return;
+    }
     const bool joins_burst = m_batch.is_open();
+    const std::size_t outbox_mark = m_outbox->held();
     unit u;
     try {
         u = beginUnit();
+    } catch (const interfaces::store_unavailable& e) {
+        storeWentAway(delivery, outbox_mark, QString::fromUtf8(e.what()));
+        return;
     } catch (const std::exception& e) {
         if (joins_burst) {
             // The open burst's transaction cannot take another unit: it is not to be trusted.
@@ -57,12 +69,23 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         settle(delivery);
         return;
     }
-    const handling_result handled = handle(delivery.message, delivery.tag);
+    const handling_result handled = handle(delivery.message, delivery.tag, delivery.redelivered);
+    if (handled.result == outcome::store_away) {
+        storeWentAway(delivery, u.outbox_mark, handled.failure);
+        return;
+    }
     delivery.accepted = handled.result == outcome::acknowledge;
     delivery.failure = handled.failure;
     delivery.type = handled.type;
     delivery.verdict = handled.verdict;
-    if (!endUnit(u, handled.result != outcome::reject_and_undo)) {
+    bool intact = false;
+    try {
+        intact = endUnit(u, handled.result != outcome::reject_and_undo);
+    } catch (const interfaces::store_unavailable& e) {
+        storeWentAway(delivery, u.outbox_mark, QString::fromUtf8(e.what()));
+        return;
+    }
+    if (!intact) {
         abandonBurst(std::move(delivery));
         return;
     }
@@ -88,7 +111,18 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
 // its own.
 void Engiene::abandonBurst(delivery_batch::delivery delivery) {
     QString error;
-    if (m_batch.commit(&error)) {
+    bool unavailable = false;
+    const bool committed = m_batch.commit(&error, &unavailable);
+    if (unavailable) {
+        m_outbox->drop();
+        for (const auto& earlier : m_batch.take_deferred()) {
+            requeue(earlier);
+        }
+        requeue(delivery);
+        pauseForStore(error);
+        return;
+    }
+    if (committed) {
         // The earlier units were intact after all (only a new one could not be opened).
         const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
         m_outbox->release();
@@ -126,7 +160,12 @@ void Engiene::commitAndSettle() {
         return;
     }
     QString error;
-    if (!m_batch.commit(&error)) {
+    bool unavailable = false;
+    if (!m_batch.commit(&error, &unavailable)) {
+        if (unavailable) {
+            abandonBurstForStore(error);
+            return;
+        }
         m_outbox->drop();
         handleEachAlone(m_batch.take_deferred(), error);
         return;
@@ -147,18 +186,38 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
     log_line(m_log, Warning) << "the store could not commit a burst of " << QString::number(deliveries.size())
                              << " deliveries (" << why << "); each is handled again on its own";
     for (auto& delivery : deliveries) {
+        if (store_away()) {
+            requeue(delivery);
+            continue;
+        }
         QString error;
         bool stored = false;
+        bool unavailable = false;
         handling_result handled;
+        const std::size_t outbox_mark = m_outbox->held();
         try {
             const unit u = beginUnit();
-            handled = handle(delivery.message, delivery.tag);
-            stored = endUnit(u, handled.result != outcome::reject_and_undo) && m_batch.commit(&error);
-            if (!stored && m_batch.is_open()) {
-                m_batch.commit(&error);
+            handled = handle(delivery.message, delivery.tag, delivery.redelivered);
+            if (handled.result == outcome::store_away) {
+                storeWentAway(delivery, u.outbox_mark, handled.failure);
+                continue;
             }
+            stored = endUnit(u, handled.result != outcome::reject_and_undo) &&
+                     m_batch.commit(&error, &unavailable);
+            if (!stored && m_batch.is_open()) {
+                m_batch.commit(&error, &unavailable);
+            }
+        } catch (const interfaces::store_unavailable& e) {
+            storeWentAway(delivery, outbox_mark, QString::fromUtf8(e.what()));
+            continue;
         } catch (const std::exception& e) {
             error = QString::fromUtf8(e.what());
+        }
+        if (unavailable) {
+            m_outbox->drop();
+            requeue(delivery);
+            pauseForStore(error);
+            continue;
         }
         if (!stored) {
             m_outbox->drop();
@@ -194,23 +253,113 @@ void Engiene::settle(const delivery_batch::delivery& delivery) {
 
 void Engiene::runAlone(const std::function<void()>& work) {
     commitAndSettle();
-    const unit u = beginUnit();
+    if (store_away()) {
+        runWithoutStoreBatch(work);
+        return;
+    }
+    unit u;
+    try {
+        u = beginUnit();
+    } catch (const interfaces::store_unavailable& e) {
+        abandonBurstForStore(QString::fromUtf8(e.what()));
+        throw;
+    }
     try {
         work();
+    } catch (const interfaces::store_unavailable& e) {
+        abandonBurstForStore(QString::fromUtf8(e.what()));
+        throw;
     } catch (...) {
         QString ignored;
-        endUnit(u, false);
+        try {
+            endUnit(u, false);
+        } catch (const interfaces::store_unavailable&) {
+            m_batch.abandon_units();
+        }
         m_batch.commit(&ignored);
         m_outbox->drop();
         throw;
     }
     QString error;
-    if (!endUnit(u, true) || !m_batch.commit(&error)) {
+    bool unavailable = false;
+    bool stored = false;
+    try {
+        stored = endUnit(u, true) && m_batch.commit(&error, &unavailable);
+    } catch (const interfaces::store_unavailable& e) {
+        error = QString::fromUtf8(e.what());
+        unavailable = true;
+    }
+    if (!stored) {
         if (m_batch.is_open()) {
-            m_batch.commit(&error);
+            m_batch.abandon_units();
+            QString ignored;
+            m_batch.commit(&ignored);
         }
         m_outbox->drop();
+        if (unavailable) {
+            pauseForStore(error);
+            throw interfaces::store_unavailable(error.toStdString());
+        }
         throw std::runtime_error(("the store could not commit: " + error).toStdString());
     }
     m_outbox->release();
+}
+
+// While the server is away no transaction can be opened: what the work reads or writes
+// throws store_unavailable by itself, and what it sends goes out only if it finished.
+// A command that needs no store (get_info, exit) still runs.
+void Engiene::runWithoutStoreBatch(const std::function<void()>& work) {
+    m_outbox->hold();
+    try {
+        work();
+    } catch (...) {
+        m_outbox->drop();
+        throw;
+    }
+    m_outbox->release();
+}
+
+// Back to the queue unsettled, counted as such: the store's server was away.
+void Engiene::requeue(const delivery_batch::delivery& delivery) {
+    m_receiver->requeue_message(delivery.tag);
+    m_metrics->count_uplink(typeOf(delivery.message), service_metrics::uplink_outcome::requeued);
+}
+
+void Engiene::storeWentAway(const delivery_batch::delivery& delivery, std::size_t outbox_mark,
+                            const QString& why) {
+    // The delivery's own writes and messages are undone; the deliveries before it in the
+    // burst are kept if their transaction still commits, else they go back too.
+    m_outbox->drop_from(outbox_mark);
+    m_batch.abandon_units();
+    abandonBurstForStore(why);
+    requeue(delivery);
+}
+
+void Engiene::abandonBurstForStore(const QString& why) {
+    m_batch.abandon_units();
+    const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
+    QString error;
+    if (m_batch.is_open() && m_batch.commit(&error)) {
+        m_outbox->release();
+        for (const auto& delivery : earlier) {
+            settle(delivery);
+        }
+    } else {
+        m_outbox->drop();
+        for (const auto& delivery : earlier) {
+            requeue(delivery);
+        }
+    }
+    pauseForStore(why);
+}
+
+void Engiene::pauseForStore(const QString& why) {
+    m_flush_timer.stop();
+    m_store_watch->lost(why);
+    m_receiver->pause_consuming();
+    m_receiver->flush_settlements();
+}
+
+void Engiene::resumeAfterStore() {
+    m_receiver->resume_consuming();
 }

@@ -42,6 +42,15 @@ bool Engiene::processUlApp(const QJsonObject& json, model::ul_message& stored) {
     m_driver->parse(uplink, stored);
     overwrite_from_uplink(stored, uplink);
     stored.ttl = QDateTime::currentDateTimeUtc().addSecs(m_config.ul_dl_ttl);
+    if (m_handling_redelivered && alreadyStored(stored)) {
+        m_found_stored = true;
+        log_line(m_log, Info) << "instance: " << QString::number(m_config.position)
+                              << " message tag: " << static_cast<uint64_t>(m_handling_tag)
+                              << " delivered again and stored already: modem "
+                              << QString::number(stored.modem_id) << " iterator "
+                              << QString::number(stored.iterator);
+        return true;
+    }
     {
         store_timer timed(*m_metrics, service_metrics::store_operation::save_message);
         m_messages->ul().save(stored);
@@ -57,6 +66,28 @@ bool Engiene::processUlApp(const QJsonObject& json, model::ul_message& stored) {
         afterStored("DL status refresh", [&] { refreshDlStatuses(stored); });
     }
     return true;
+}
+
+bool Engiene::alreadyStored(const model::ul_message& stored) {
+    model::roll_query query;
+    query.modem_id = {stored.modem_id};
+    query.time_detected = true;
+    query.from = stored.time_detected.addSecs(-1);
+    query.to = stored.time_detected.addSecs(1);
+    query.limit = 100;
+    model::per_modem<model::ul_message> found;
+    m_messages->ul().get_roll(found, query);
+    const auto it = found.find(stored.modem_id);
+    if (it == found.end()) {
+        return false;
+    }
+    for (const auto& earlier : it->second) {
+        if (earlier.iterator == stored.iterator && earlier.payload == stored.payload &&
+            earlier.time_detected == stored.time_detected && earlier.unique_id == stored.unique_id) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool Engiene::processHeartbeat(const QJsonObject& json, model::ul_message& stored) {

@@ -11,17 +11,17 @@ namespace faults {
 
 bool broker_control::run(const QStringList& arguments, int timeout_ms) {
     QProcess script;
-    script.start(QUILLON_TEST_BROKER, arguments);
+    script.start(m_cluster ? QUILLON_TEST_CLUSTER : QUILLON_TEST_BROKER, arguments);
     const bool finished = script.waitForFinished(timeout_ms);
     m_output = QString::fromUtf8(script.readAllStandardOutput());
     if (!finished) {
         script.kill();
         script.waitForFinished(5000);
-        m_error = "test-broker " + arguments.join(' ') + ": no answer in time";
+        m_error = script.program() + " " + arguments.join(' ') + ": no answer in time";
         return false;
     }
     if (script.exitStatus() != QProcess::NormalExit || script.exitCode() != 0) {
-        m_error = "test-broker " + arguments.join(' ') + ": " +
+        m_error = script.program() + " " + arguments.join(' ') + ": " +
                   QString::fromUtf8(script.readAllStandardError()).trimmed();
         return false;
     }
@@ -29,7 +29,16 @@ bool broker_control::run(const QStringList& arguments, int timeout_ms) {
 }
 
 bool broker_control::ctl(const QStringList& arguments, int timeout_ms) {
-    return run(QStringList{"ctl"} + arguments, timeout_ms);
+    return run((m_cluster ? QStringList{"ctl", "1"} : QStringList{"ctl"}) + arguments, timeout_ms);
+}
+
+bool broker_control::cluster_script(const QStringList& arguments, int timeout_ms) {
+    m_cluster = true;
+    return run(arguments, timeout_ms);
+}
+
+QString broker_control::cluster_url(int k) {
+    return cluster_script({"url", QString::number(k)}, 10000) ? m_output.trimmed() : QString();
 }
 
 bool broker_control::restart() {
@@ -55,6 +64,19 @@ bool broker_control::connections_from(const QSet<int>& ports, QStringList& out) 
         }
     }
     return true;
+}
+
+QString broker_control::queue_leader(const QString& queue) {
+    if (!ctl({"list_queues", "-p", "/api", "--no-table-headers", "name", "leader"})) {
+        return QString();
+    }
+    for (const QString& line : m_output.split('\n', Qt::SkipEmptyParts)) {
+        const QStringList fields = line.split('\t');
+        if (fields.size() == 2 && fields[0].trimmed() == queue) {
+            return fields[1].trimmed();
+        }
+    }
+    return QString();
 }
 
 bool broker_control::close_connection(const QString& connection, const QString& reason) {

@@ -11,6 +11,17 @@ namespace faults {
 // the node's name and cookie). Each call starts an Erlang VM: a second or more apiece.
 class broker_control {
 public:
+    // Against the private cluster (scripts/test-cluster) instead: rabbitmqctl through its
+    // node 1, which sees the whole cluster.
+    void use_cluster() { m_cluster = true; }
+    bool cluster() const { return m_cluster; }
+    // The cluster's own commands: start (if it is not running), stop-node K, start-node K.
+    bool cluster_script(const QStringList& arguments, int timeout_ms = 300000);
+    // The AMQP URL of cluster node k (1..3).
+    QString cluster_url(int k);
+    // The node that leads a quorum queue of /api (empty when it cannot be read).
+    QString queue_leader(const QString& queue);
+
     // Runs `test-broker ctl <arguments>`; the output is kept for output().
     bool ctl(const QStringList& arguments, int timeout_ms = 120000);
     // Stops and starts the broker application inside the running node.
@@ -30,6 +41,7 @@ private:
 
     QString m_output;
     QString m_error;
+    bool m_cluster = false;
 };
 
 // Local ports of the TCP sockets a process holds open (from /proc).

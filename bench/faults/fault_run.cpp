@@ -36,8 +36,35 @@ fault_run::fault_run(const faults_options& options, QTextStream& progress)
 
 fault_run::~fault_run() = default;
 
+bool fault_run::open_cluster() {
+    m_progress << "quillon-faults: starting the three-node cluster..." << Qt::endl;
+    if (!m_control.cluster_script({"start"})) {
+        m_error = "the private cluster did not start: " + m_control.error();
+        return false;
+    }
+    const QString url = m_control.cluster_url(1);
+    m_leader_url = m_control.cluster_url(2);
+    if (url.isEmpty() || m_leader_url.isEmpty()) {
+        m_error = "cannot read the cluster's URLs: " + m_control.error();
+        return false;
+    }
+    return bench::open_broker(url, m_broker, m_error);
+}
+
+bool fault_run::declare_uplink_queue(const rabbit_receiver_cfg& queue) {
+    if (!m_options.cluster) {
+        return m_admin->declare_queue(m_uplink_queue);
+    }
+    amqp::broker_link leader(m_leader_url, m_broker.vhost, false);
+    if (!leader.open(30000) || !leader.declare_queue(m_uplink_queue, true, queue.arguments)) {
+        m_error = "cannot declare the uplink queue on cluster node 2: " + leader.error();
+        return false;
+    }
+    return true;
+}
+
 bool fault_run::set_up() {
-    if (!bench::open_broker(QString(), m_broker, m_error)) {
+    if (m_options.cluster ? !open_cluster() : !bench::open_broker(QString(), m_broker, m_error)) {
         return false;
     }
     m_admin = std::make_unique<amqp::broker_link>(m_broker.url, m_broker.vhost, false);
@@ -59,14 +86,20 @@ bool fault_run::set_up() {
     // The service adds its protocol, instance and position to this name.
     m_service->set("AMQP_UL_SETTINGS", "R_QUEUE", uplink_queue_prefix + m_run);
     m_service->set("AMQP_UL_CLIENT_SETTINGS", "R_EXCHANGE", m_client_exchange);
+    if (m_options.cluster) {
+        m_service->set("AMQP_UL_SETTINGS", "R_QUEUE_TYPE", "quorum");
+    }
     for (const int modem : m_feed.modem_ids()) {
         m_service->register_modem(modem, bench::uplink_feed::protocol(), m_feed.hw_type(modem), {"faults"});
     }
     const rabbit_receiver_cfg queue = m_service->uplink_queue();
     m_route_key = m_service->uplink_route_key();
     m_uplink_queue = queue.queue;
-    if (queue.bindings.isEmpty() || queue.queue_options != 2 || !queue.arguments.isEmpty()) {
-        m_error = "the service's uplink queue is not a plain durable queue with bindings";
+    const QVariantHash expected_arguments =
+        m_options.cluster ? QVariantHash{{"x-queue-type", "quorum"}} : QVariantHash{};
+    if (queue.bindings.isEmpty() || queue.queue_options != 2 || queue.arguments != expected_arguments) {
+        m_error = m_options.cluster ? "the service's uplink queue is not a durable quorum queue with bindings"
+                                    : "the service's uplink queue is not a plain durable queue with bindings";
         return false;
     }
     m_uplink_exchange = queue.bindings.first().first;
@@ -76,8 +109,7 @@ bool fault_run::set_up() {
     bool ready = m_admin->declare_exchange(dead_letter_exchange, "topic") &&
                  m_admin->declare_queue(m_rejected_queue) &&
                  m_admin->bind_queue(m_rejected_queue, dead_letter_exchange, "#." + m_route_key + ".#") &&
-                 m_admin->declare_exchange(m_client_exchange, "topic") &&
-                 m_admin->declare_queue(m_uplink_queue);
+                 m_admin->declare_exchange(m_client_exchange, "topic") && declare_uplink_queue(queue);
     for (const auto& binding : queue.bindings) {
         ready = ready && m_admin->bind_queue(m_uplink_queue, binding.first, binding.second);
     }
@@ -119,6 +151,10 @@ std::vector<fault_run::planned> fault_run::plan() const {
         events.push_back({n / 3, fault::store_full});
         events.push_back({2 * n / 3, fault::store_space});
     }
+    if (m_options.node_stop) {
+        events.push_back({n / 3, fault::node_stop});
+        events.push_back({2 * n / 3, fault::node_start});
+    }
     std::stable_sort(events.begin(), events.end(),
                      [](const planned& a, const planned& b) { return a.at < b.at; });
     return events;
@@ -159,6 +195,15 @@ bool fault_run::stream() {
                 case fault::store_space:
                     m_progress << "quillon-faults: store limit lifted at uplink " << produced << Qt::endl;
                     inject.limit_store(false);
+                    break;
+                case fault::node_stop:
+                    m_progress << "quillon-faults: cluster node 2 stopped at uplink " << produced << Qt::endl;
+                    inject.stop_node(2);
+                    break;
+                case fault::node_start:
+                    m_progress << "quillon-faults: cluster node 2 started again at uplink " << produced
+                               << Qt::endl;
+                    inject.start_node(2);
                     break;
             }
             paused_ms += clock.elapsed() - started;
@@ -302,7 +347,9 @@ bool fault_run::run() {
         m_service->stop();
     }
     clean_up();
-    if (m_broker.started_here && m_options.stop_broker) {
+    if (m_options.cluster && m_options.stop_broker) {
+        m_control.cluster_script({"stop"});
+    } else if (m_broker.started_here && m_options.stop_broker) {
         bench::stop_private_broker();
     }
     m_progress << "quillon-faults: done in " << seconds(clock) << " s" << Qt::endl;

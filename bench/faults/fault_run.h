@@ -32,13 +32,26 @@ public:
     const QString& error() const { return m_error; }
 
 private:
-    enum class fault { broker_restart, close, kill, exchange_drop, store_full, store_space };
+    enum class fault {
+        broker_restart,
+        close,
+        kill,
+        exchange_drop,
+        store_full,
+        store_space,
+        node_stop,
+        node_start
+    };
     struct planned {
         uint64_t at = 0;  // injected once this many uplinks are sent
         fault what = fault::kill;
     };
 
     bool set_up();
+    bool open_cluster();
+    // Declares the uplink queue, through cluster node 2 when there is a cluster (so that
+    // node leads it).
+    bool declare_uplink_queue(const rabbit_receiver_cfg& queue);
     std::vector<planned> plan() const;
     bool stream();
     void drain();
@@ -62,6 +75,7 @@ private:
     QString m_store_path;
     ledger m_book;
     run_report m_report;
+    QString m_leader_url;  // cluster node 2
     QString m_error;
 };
 

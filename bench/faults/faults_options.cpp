@@ -36,8 +36,14 @@ bool parse_options(const QStringList& arguments, faults_options& out, QString& m
     const QCommandLineOption drain("drain-timeout", "Seconds to wait for the service at the end (120).", "S");
     const QCommandLineOption stop_broker("stop-broker", "Stop the private broker if this run started it.");
     const QCommandLineOption keep("keep", "Keep the service's directory (log and store) and print its path.");
+    const QCommandLineOption cluster("cluster",
+                                     "Run against the private three-node cluster (scripts/test-cluster, "
+                                     "started if needed) with a quorum uplink queue led by node 2.");
+    const QCommandLineOption node_stop("node-stop",
+                                       "With --cluster: node 2 (the uplink queue's leader) is stopped for "
+                                       "the middle third of the stream.");
     parser.addOptions({help_option, uplinks, modems, rate, restarts, closes, kills, drops, store_full, drain,
-                       stop_broker, keep});
+                       stop_broker, keep, cluster, node_stop});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -55,6 +61,16 @@ bool parse_options(const QStringList& arguments, faults_options& out, QString& m
     out.store_full = parser.isSet(store_full);
     out.stop_broker = parser.isSet(stop_broker);
     out.keep = parser.isSet(keep);
+    out.cluster = parser.isSet(cluster);
+    out.node_stop = parser.isSet(node_stop);
+    if (out.node_stop && !out.cluster) {
+        message = "--node-stop needs --cluster";
+        return false;
+    }
+    if (out.cluster && (out.broker_restarts > 0 || parser.isSet(restarts))) {
+        message = "--broker-restarts restarts the single private node; with --cluster use --node-stop";
+        return false;
+    }
     if (parser.isSet(rate)) {
         bool ok = false;
         out.rate = parser.value(rate).toDouble(&ok);

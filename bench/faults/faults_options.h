@@ -19,6 +19,11 @@ struct faults_options {
     int drain_timeout_s = 120;  // after the last uplink, for the service to finish
     bool stop_broker = false;   // stop the private node at the end if this run started it
     bool keep = false;          // keep the service's directory (log, store) and print it
+    // Against the private three-node cluster (scripts/test-cluster) instead of the single
+    // node: the uplink queue is a quorum queue led by node 2, the service and the tool talk
+    // to node 1.
+    bool cluster = false;
+    bool node_stop = false;  // node 2 stopped from a third of the stream to two thirds
 };
 
 // Reads the command line; returns false with a message (or the help text) otherwise.

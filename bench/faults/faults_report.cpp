@@ -30,6 +30,13 @@ void print_table(QTextStream& out, const run_report& report) {
         row(out, "store full (max_page_count) from a third to two thirds",
             QString("%1 pages, %2 service restarts").arg(f.store_limit_pages).arg(f.store_restarts));
     }
+    if (o.cluster) {
+        row(out, "cluster node stops (node 2, the uplink queue's leader)", f.node_stops);
+        if (f.node_stops > 0) {
+            row(out, "uplink queue leader before the stop, after it",
+                f.leader_before + ", " + f.leader_after);
+        }
+    }
     row(out, "longest wait after a fault for the service to consume, s",
         QString::number(f.longest_outage_s, 'f', 1));
     out << "Uplinks\n";
@@ -70,7 +77,7 @@ QString key_line(const run_report& report) {
     const fault_counts& c = report.counts;
     return QString(
                "uplinks=%1 stored=%2 lost=%3 acked_unstored=%4 duplicates=%5 rejected=%6 restarts=%7 "
-               "kills=%8 closes=%9")
+               "kills=%8 closes=%9 node_stops=%10")
         .arg(c.uplinks)
         .arg(c.stored)
         .arg(c.lost)
@@ -79,7 +86,8 @@ QString key_line(const run_report& report) {
         .arg(c.rejected)
         .arg(report.faults.broker_restarts)
         .arg(report.faults.kills)
-        .arg(report.faults.close_rounds);
+        .arg(report.faults.close_rounds)
+        .arg(report.faults.node_stops);
 }
 
 }  // namespace faults

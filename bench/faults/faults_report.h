@@ -17,6 +17,9 @@ struct fault_tally {
     int kills = 0;
     int exchange_drops = 0;
     int store_restarts = 0;  // service restarts that set or lifted the store's limit
+    int node_stops = 0;      // cluster nodes stopped (and started again)
+    QString leader_before;   // the uplink queue's leader before the stop, and after it
+    QString leader_after;
     int64_t store_limit_pages = 0;
     double longest_outage_s = 0;  // from the end of a fault to the service consuming again
 };

@@ -147,4 +147,25 @@ void injectors::limit_store(bool full) {
     wait_consuming(full ? "limiting the store" : "lifting the store's limit");
 }
 
+void injectors::stop_node(int k) {
+    m_tally.leader_before = m_control.queue_leader(m_target.uplink_queue);
+    if (!m_control.cluster_script({"stop-node", QString::number(k)})) {
+        note(QString("stopping cluster node %1 failed: ").arg(k) + m_control.error());
+        return;
+    }
+    ++m_tally.node_stops;
+    begin_fault();
+    wait_consuming(QString("cluster node %1 stopped").arg(k));
+    m_tally.leader_after = m_control.queue_leader(m_target.uplink_queue);
+}
+
+void injectors::start_node(int k) {
+    if (!m_control.cluster_script({"start-node", QString::number(k)})) {
+        note(QString("starting cluster node %1 again failed: ").arg(k) + m_control.error());
+        return;
+    }
+    begin_fault();
+    wait_consuming(QString("cluster node %1 started again").arg(k));
+}
+
 }  // namespace faults

@@ -43,6 +43,9 @@ public:
     // Restarts the service (orderly) with the store limited to a few pages beyond its
     // present size, or with the limit lifted.
     void limit_store(bool full);
+    // Stops cluster node k, or starts it again (it rejoins the cluster by itself).
+    void stop_node(int k);
+    void start_node(int k);
 
 private:
     // Waits until the broker has seen the service's consumer go.

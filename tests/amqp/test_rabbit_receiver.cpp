@@ -312,3 +312,40 @@ TEST(rabbit_receiver, a_steady_stream_of_deliveries_leaves_the_event_loop_its_tu
     EXPECT_GE(handled_when_timer_fired, 1);
     EXPECT_LT(handled_when_timer_fired, 30);
 }
+
+// Paused, the consumer takes nothing more, also after its connection was made again;
+// what it held and hands back is delivered again once it resumes.
+TEST(rabbit_receiver, a_paused_consumer_takes_nothing_until_resumed_and_requeued_deliveries_come_again) {
+    test_log log;
+    const QString queue = unique("rx.pause");
+    const QString key = unique("pause");
+    rabbit_receiver receiver(log.get(), receiver_cfg(queue, {key}), nullptr, true, false);
+    collector got(receiver);
+    rabbit_publisher_impl publisher(log.get(), publisher_cfg());
+    ASSERT_TRUE(wait_for([&] { return consuming(log, queue); }));
+    publisher.publish_string("held", key.toLatin1(), "text/plain");
+    ASSERT_TRUE(wait_for([&] { return got.items.size() == 1; }));
+
+    receiver.pause_consuming();
+    EXPECT_TRUE(receiver.paused());
+    receiver.requeue_message(got.items[0].tag);
+    publisher.publish_string("later", key.toLatin1(), "text/plain");
+    spin(1000);
+    EXPECT_EQ(got.items.size(), 1u);
+
+    // A new connection keeps the pause.
+    const int connections = log.count("amqp: connected to");
+    receiver.transport().reset("test: a new connection");
+    ASSERT_TRUE(wait_for([&] { return log.count("amqp: connected to") > connections; }, 20000));
+    spin(1000);
+    EXPECT_EQ(got.items.size(), 1u);
+
+    receiver.resume_consuming();
+    EXPECT_FALSE(receiver.paused());
+    ASSERT_TRUE(wait_for([&] { return got.items.size() == 3; }));
+    EXPECT_EQ(got.items[1].payload, "held");
+    EXPECT_EQ(got.items[2].payload, "later");
+    receiver.ack_message(got.items[1].tag, false);
+    receiver.ack_message(got.items[2].tag, false);
+    spin(300);
+}

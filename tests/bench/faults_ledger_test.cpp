@@ -80,9 +80,11 @@ TEST(FaultsLedger, LastLineHasEveryCountInItsPlace) {
     report.faults.kills = 5;
     report.faults.close_rounds = 2;
     report.faults.connections_closed = 8;
+    report.faults.node_stops = 6;
     EXPECT_EQ(
         faults::key_line(report),
-        "uplinks=100 stored=90 lost=3 acked_unstored=2 duplicates=4 rejected=7 restarts=1 kills=5 closes=2");
+        "uplinks=100 stored=90 lost=3 acked_unstored=2 duplicates=4 rejected=7 restarts=1 kills=5 closes=2 "
+        "node_stops=6");
 }
 
 TEST(FaultsOptions, CountsMustBeWholeAndNotNegative) {
@@ -96,9 +98,16 @@ TEST(FaultsOptions, CountsMustBeWholeAndNotNegative) {
     EXPECT_EQ(o.kills, 3);
     EXPECT_TRUE(o.store_full);
     EXPECT_EQ(o.broker_restarts, 0);
+    EXPECT_FALSE(o.cluster);
+    ASSERT_TRUE(faults::parse_options({"quillon-faults", "--cluster", "--node-stop"}, o, message, help))
+        << message.toStdString();
+    EXPECT_TRUE(o.cluster);
+    EXPECT_TRUE(o.node_stop);
     for (const QStringList& bad :
          {QStringList{"--kills", "-1"}, QStringList{"--uplinks", "1.5"}, QStringList{"--uplinks", "0"},
-          QStringList{"--closes", "x"}, QStringList{"--rate", "-3"}, QStringList{"extra"}}) {
+          QStringList{"--closes", "x"}, QStringList{"--rate", "-3"}, QStringList{"extra"},
+          // A node stop needs the cluster; the cluster has no single broker to restart.
+          QStringList{"--node-stop"}, QStringList{"--cluster", "--broker-restarts", "1"}}) {
         EXPECT_FALSE(faults::parse_options(QStringList{"quillon-faults"} + bad, o, message, help))
             << bad.join(' ').toStdString();
         EXPECT_FALSE(message.isEmpty());

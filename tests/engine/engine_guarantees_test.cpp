@@ -186,3 +186,30 @@ TEST_F(EngineGuarantees, WaitingForThePublisherBurnsNoCpuAndHoldsNoWriteLock) {
     EXPECT_TRUE(lock_free_during_wait);
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2}));
 }
+
+// A process killed between a burst's commit and its acknowledgements gets that burst
+// delivered again: what is stored already is acknowledged, not stored a second time, and
+// not published again; an uplink delivered again that was never stored is stored.
+TEST_F(EngineGuarantees, AnUplinkDeliveredAgainAfterItsCommitIsStoredOnce) {
+    make_engine();
+    m_engine->onUlReceived(uplink(77), 1);
+    Q_EMIT m_receiver->drained();
+    ASSERT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1}));
+    const std::size_t published = m_publisher->m_published.size();
+    const int controller_calls = m_driver->m_controller_calls;
+
+    m_receiver->m_delivered_before = {2, 3};
+    m_engine->onUlReceived(uplink(77), 2);
+    QJsonObject other_iterator = uplink(77);
+    other_iterator["iterator"] = 8;
+    m_engine->onUlReceived(other_iterator, 3);
+    Q_EMIT m_receiver->drained();
+
+    EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2, 3}));
+    EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages WHERE modem_id = 77 AND iterator = 7"), "1");
+    EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages WHERE modem_id = 77 AND iterator = 8"), "1");
+    // Only the new uplink was published and went through the steps after storing.
+    EXPECT_EQ(m_publisher->m_published.size(), published * 2);
+    EXPECT_EQ(m_driver->m_controller_calls, controller_calls + 1);
+    EXPECT_TRUE(log_text().contains("delivered again and stored already: modem 77 iterator 7"));
+}

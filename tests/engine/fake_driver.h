@@ -20,6 +20,7 @@ public:
     QByteArray m_dl_bytes;
     QString m_encode_error;  // non-empty: encode_dl throws it as a standard exception
     int m_controller_calls = 0;
+    std::function<void()> m_on_controller;  // runs first in controller(); may throw
     bool m_controller_result = false;
     bool m_controller_throws = false;
     int m_controller_throws_for_modem = -1;  // for uplinks of this modem only
@@ -64,6 +65,9 @@ public:
     void extract_roll(model::per_modem<model::ul_message>&, const model::roll_query&) override {}
     bool controller(const controller_event& event) override {
         ++m_controller_calls;
+        if (m_on_controller) {
+            m_on_controller();
+        }
         const auto* uplink = std::get_if<model::ul_message>(&event);
         if (m_controller_throws || (uplink && uplink->modem_id == m_controller_throws_for_modem)) {
             throw std::runtime_error("controller failed");

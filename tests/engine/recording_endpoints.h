@@ -2,6 +2,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -27,6 +28,23 @@ public:
         m_acked.push_back(tag);
     }
     void reject_message(uint64_t tag) override { m_rejected.push_back(tag); }
+    std::vector<uint64_t> m_requeued;
+    std::vector<uint64_t> m_delivered_before;  // tags that redelivered() reports
+    bool redelivered(uint64_t tag) const override {
+        return std::find(m_delivered_before.begin(), m_delivered_before.end(), tag) !=
+               m_delivered_before.end();
+    }
+    int m_pauses = 0;
+    int m_resumes = 0;
+    void requeue_message(uint64_t tag) override { m_requeued.push_back(tag); }
+    void pause_consuming() override {
+        ++m_pauses;
+        rabbit_receiver::pause_consuming();
+    }
+    void resume_consuming() override {
+        ++m_resumes;
+        rabbit_receiver::resume_consuming();
+    }
 };
 
 struct publication_record {

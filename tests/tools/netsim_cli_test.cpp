@@ -26,10 +26,10 @@ TEST(NetsimCommandLine, HelpDescribesEveryOption) {
     const run_result r = run({"--help"});
     EXPECT_EQ(r.exit_code, 0);
     for (const char* option :
-         {"--config",         "--url",      "--vhost",        "--exchange", "--modems",
-          "--first-modem",    "--rate",     "--count",        "--fast",     "--heartbeat-every",
-          "--instance",       "--protocol", "--ul-route-key", "--hw-type",  "--duration",
-          "--dl-fault-ratio", "--dl-delay", "--seed",         "--log",      "--quiet"}) {
+         {"--config",       "--url",     "--vhost",    "--exchange",        "--modems",   "--first-modem",
+          "--rate",         "--count",   "--fast",     "--heartbeat-every", "--instance", "--protocol",
+          "--ul-route-key", "--hw-type", "--duration", "--dl-fault-ratio",  "--dl-delay", "--seed",
+          "--log",          "--quiet",   "--balancer", "--balancer-key"}) {
         EXPECT_TRUE(r.out.contains(option)) << option;
     }
 }
@@ -47,6 +47,8 @@ TEST(NetsimCommandLine, BadValuesAreRefused) {
                                     {"--fast", "--count", "3", "--rate", "5"},
                                     {"--first-modem", "2147483647", "--modems", "2"},
                                     {"--config", "/nonexistent/quillon.ini"},
+                                    {"--balancer", "0"},
+                                    {"--balancer", "two"},
                                     {"--no-such-option"},
                                     {"stray"}};
     for (const QStringList& args : bad) {

@@ -271,6 +271,17 @@ TEST(NetsimFleet, UplinkAndHeartbeatMessages) {
     EXPECT_LT(hb["voltage"].toDouble(), 3.7);
 }
 
+// With three instances, position 1 owns modems 1, 4, 7 ...; the key names position and
+// count in that order, as the instances bind their queues.
+TEST(NetsimFleet, BalancerRoutingKeyNamesTheOwnerAmongTheInstances) {
+    EXPECT_EQ(netsim::balancer_routing_key(4, 3, "marl2", "proto7"), "balancer.marl2.proto7.1.3");
+    EXPECT_EQ(netsim::balancer_routing_key(3, 3, "marl2", "proto7"), "balancer.marl2.proto7.0.3");
+    EXPECT_EQ(netsim::balancer_routing_key(5, 3, "a", "p", "lb"), "lb.a.p.2.3");
+    EXPECT_EQ(netsim::balancer_routing_key(9, 1, "marl2", "proto7"), "balancer.marl2.proto7.0.1");
+    EXPECT_TRUE(netsim::balancer_routing_key(-2, 3, "marl2", "proto7").isEmpty());
+    EXPECT_TRUE(netsim::balancer_routing_key(4, 0, "marl2", "proto7").isEmpty());
+}
+
 TEST(NetsimFleet, UplinkRoutingKey) {
     EXPECT_EQ(netsim::uplink_routing_key(7, "marl2", "proto7"), "nc.0.ul.marl2.proto7.7");
     EXPECT_EQ(netsim::uplink_routing_key(12, "a", "p", "up"), "nc.0.up.a.p.12");

@@ -19,6 +19,15 @@ QString uplink_routing_key(int modem_id, const QString& instance, const QString&
     return QString("nc.0.%1.%2.%3.%4").arg(route_key, instance, protocol, QString::number(modem_id));
 }
 
+QString balancer_routing_key(int modem_id, int count, const QString& instance, const QString& protocol,
+                             const QString& balancer_key) {
+    if (count < 1 || modem_id < 0) {
+        return QString();
+    }
+    return QString("%1.%2.%3.%4.%5")
+        .arg(balancer_key, instance, protocol, QString::number(modem_id % count), QString::number(count));
+}
+
 struct meter_fleet::modem {
     modem(int id, meter_kind kind, uint32_t seed, int index)
         : modem_id(id), random(seed, uint32_t(index) + 1000u), meter(make_meter(kind, random)) {

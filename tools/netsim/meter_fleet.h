@@ -16,6 +16,13 @@ namespace netsim {
 QString uplink_routing_key(int modem_id, const QString& instance, const QString& protocol,
                            const QString& route_key = QStringLiteral("ul"));
 
+// "<balancer key>.<instance>.<protocol>.<position>.<count>": the key of the service
+// instance that owns the modem when `count` instances share the modems (position: the
+// modem id's remainder by the count), as the balanced instances bind their queues. An id
+// below 0 belongs to no instance: empty.
+QString balancer_routing_key(int modem_id, int count, const QString& instance, const QString& protocol,
+                             const QString& balancer_key = QStringLiteral("balancer"));
+
 // A fleet of simulated modems, each with one meter: modem_id = first_modem + index;
 // even indexes carry heat meters, odd ones water meters. Everything is reproducible
 // from the seed: the same calls with the same times give the same messages.

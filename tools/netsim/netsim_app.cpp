@@ -44,6 +44,8 @@ netsim_app::netsim_app(const netsim_options& options, QObject* parent) : QObject
     sender_cfg.instance = options.instance;
     sender_cfg.protocol = options.protocol;
     sender_cfg.ul_route_key = options.ul_route_key;
+    sender_cfg.balancer = options.balancer;
+    sender_cfg.balancer_key = options.balancer_key;
     sender_cfg.hw_type = options.hw_type;
     sender_cfg.modems = options.modems;
     sender_cfg.first_modem = options.first_modem;
@@ -86,8 +88,11 @@ void netsim_app::on_ready() {
     m_connect_deadline.stop();
     err() << "quillon-netsim: ready: " << m_options.modems << " modems from " << m_options.first_modem
           << " on "
-          << netsim::uplink_routing_key(m_options.first_modem, m_options.instance, m_options.protocol,
-                                        m_options.ul_route_key)
+          << (m_options.balancer > 0 ? netsim::balancer_routing_key(m_options.first_modem, m_options.balancer,
+                                                                    m_options.instance, m_options.protocol,
+                                                                    m_options.balancer_key)
+                                     : netsim::uplink_routing_key(m_options.first_modem, m_options.instance,
+                                                                  m_options.protocol, m_options.ul_route_key))
           << " and on, commands from cmd.in.netcore\n";
     err().flush();
     m_clock.start();

@@ -19,6 +19,8 @@ void read_service_config(const QString& path, netsim_options& options) {
     options.instance = instances.split(',').first();
     options.protocol = settings.value("PLUGIN_MANAGER_SETTINGS/PROTOCOL", options.protocol).toString();
     options.ul_route_key = settings.value("GENERAL_SETTINGS/R_UL_ROUTE_KEY", options.ul_route_key).toString();
+    options.balancer_key =
+        settings.value("GENERAL_SETTINGS/BALANCER_ROUTE_KEY", options.balancer_key).toString();
 }
 
 bool read_int(const QCommandLineParser& parser, const QCommandLineOption& option, int minimum, int& value,
@@ -107,9 +109,19 @@ bool parse_netsim_options(const QStringList& arguments, netsim_options& options,
         "S");
     const QCommandLineOption log("log", "Write the broker connections' log to FILE (debug level).", "FILE");
     const QCommandLineOption quiet("quiet", "No progress lines.");
+    const QCommandLineOption balancer(
+        "balancer",
+        "Publish each uplink on the balancer key of the instance that owns its modem, among N "
+        "instances started with -i N and BALANCER_ENABLED=true (default: the plain uplink key).",
+        "N");
+    const QCommandLineOption balancer_key("balancer-key",
+                                          "First word of the balancer keys (default BALANCER_ROUTE_KEY, "
+                                          "else balancer).",
+                                          "KEY");
     parser.addOptions({config,   url,         vhost,     exchange, modems,          first,     rate,
                        count,    fast,        heartbeat, instance, protocol,        route_key, hw_type,
-                       duration, fault_ratio, dl_delay,  seed,     connect_timeout, log,       quiet});
+                       duration, fault_ratio, dl_delay,  seed,     connect_timeout, log,       quiet,
+                       balancer, balancer_key});
     if (!parser.parse(QStringList{"quillon-netsim"} + arguments)) {
         error = parser.errorText();
         return false;
@@ -130,10 +142,15 @@ bool parse_netsim_options(const QStringList& arguments, netsim_options& options,
         error = "no such configuration file: " + config_path;
         return false;
     }
-    const std::pair<const QCommandLineOption*, QString*> texts[] = {
-        {&url, &options.url},           {&vhost, &options.vhost},       {&exchange, &options.exchange},
-        {&instance, &options.instance}, {&protocol, &options.protocol}, {&route_key, &options.ul_route_key},
-        {&hw_type, &options.hw_type},   {&log, &options.log_file}};
+    const std::pair<const QCommandLineOption*, QString*> texts[] = {{&url, &options.url},
+                                                                    {&vhost, &options.vhost},
+                                                                    {&exchange, &options.exchange},
+                                                                    {&instance, &options.instance},
+                                                                    {&protocol, &options.protocol},
+                                                                    {&route_key, &options.ul_route_key},
+                                                                    {&hw_type, &options.hw_type},
+                                                                    {&log, &options.log_file},
+                                                                    {&balancer_key, &options.balancer_key}};
     for (const auto& text : texts) {
         if (parser.isSet(*text.first)) {
             *text.second = parser.value(*text.first);
@@ -147,6 +164,7 @@ bool parse_netsim_options(const QStringList& arguments, netsim_options& options,
         !read_int(parser, dl_delay, 0, options.dl_delay_ms, error) ||
         !read_int(parser, connect_timeout, 1, options.connect_timeout_s, error) ||
         !read_int(parser, seed, 0, seed_value, error) || !read_int(parser, count, 0, count_value, error) ||
+        (parser.isSet(balancer) && !read_int(parser, balancer, 1, options.balancer, error)) ||
         !read_double(parser, rate, 0, 1e6, false, options.rate, error) ||
         !read_double(parser, duration, 0, 1e9, false, options.duration_s, error) ||
         !read_double(parser, fault_ratio, 0, 1, true, options.dl_fault_ratio, error)) {

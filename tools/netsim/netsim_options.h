@@ -11,6 +11,8 @@ struct netsim_options {
     QString instance = "marl2";
     QString protocol = "proto7";
     QString ul_route_key = "ul";
+    int balancer = 0;  // > 0: uplinks on the balancer key of their owner among this many instances
+    QString balancer_key = "balancer";
     QString hw_type;  // empty: by meter type
     int modems = 10;
     int first_modem = 1;

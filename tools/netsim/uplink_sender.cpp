@@ -93,11 +93,13 @@ bool uplink_sender::send_next() {
 
 bool uplink_sender::publish(const QJsonObject& message, int modem_id) {
     // A link that is down is waited for up to a second; what still finds it down is lost.
-    m_publisher.publish_string(
-        QJsonDocument(message).toJson(QJsonDocument::Compact),
-        netsim::uplink_routing_key(modem_id, m_config.instance, m_config.protocol, m_config.ul_route_key)
-            .toLatin1(),
-        "text/plain");
+    const QString key = m_config.balancer > 0
+                            ? netsim::balancer_routing_key(modem_id, m_config.balancer, m_config.instance,
+                                                           m_config.protocol, m_config.balancer_key)
+                            : netsim::uplink_routing_key(modem_id, m_config.instance, m_config.protocol,
+                                                         m_config.ul_route_key);
+    m_publisher.publish_string(QJsonDocument(message).toJson(QJsonDocument::Compact), key.toLatin1(),
+                               "text/plain");
     if (!m_publisher.is_connected()) {
         ++m_counters.dropped;
         return false;

@@ -22,6 +22,8 @@ public:
         QString instance = "marl2";
         QString protocol = "proto7";
         QString ul_route_key = "ul";
+        int balancer = 0;  // > 0: the owner's balancer key among this many instances
+        QString balancer_key = "balancer";
         QString hw_type;  // empty: by meter type
         int modems = 10;
         int first_modem = 1;
