@@ -65,9 +65,10 @@ bool parse_options(const QStringList& arguments, bench_options& out, QString& me
         "Also measure the throughput of 1, 2 .. N instances sharing the uplinks through the balancer "
         "(each with its own queue; each its own SQLite file, or all one PostgreSQL schema).",
         "N");
-    parser.addOptions({help_option, url, quick, uplinks, modems, clients, rounds, sample, latency, rows,
-                       store_modems, saves, queries, no_store, no_uplinks, no_passthrough, stop_broker,
-                       store_config, store_backend, pg_conninfo, instances});
+    parser.addOptions({help_option,   url,         quick,      uplinks,        modems,       clients,
+                       rounds,        sample,      latency,    rows,           store_modems, saves,
+                       queries,       no_store,    no_uplinks, no_passthrough, stop_broker,  store_config,
+                       store_backend, pg_conninfo, instances});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;

@@ -10,8 +10,8 @@
 namespace {
 
 const char* const uplink_types[] = {"ul_app", "ul_hb", "dl_report", "unknown"};
-const char* const uplink_outcomes[] = {"acked", "rejected_not_mine", "rejected_bad", "rejected_error",
-                                       "rejected_heartbeat", "requeued"};
+const char* const uplink_outcomes[] = {"acked",          "rejected_not_mine",  "rejected_bad",
+                                       "rejected_error", "rejected_heartbeat", "requeued"};
 const char* const links[] = {"uplinks", "clients", "commands_in", "commands_out"};
 const char* const dl_sources[] = {"api", "queue", "driver"};
 const char* const dl_queue_results[] = {"sent", "idle", "error"};

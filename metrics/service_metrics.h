@@ -18,7 +18,14 @@ class service_metrics {
 public:
     enum class uplink_type { ul_app, ul_hb, dl_report, unknown };
     // requeued: handed back to the queue unsettled while the store's server was away.
-    enum class uplink_outcome { acked, rejected_not_mine, rejected_bad, rejected_error, rejected_heartbeat, requeued };
+    enum class uplink_outcome {
+        acked,
+        rejected_not_mine,
+        rejected_bad,
+        rejected_error,
+        rejected_heartbeat,
+        requeued
+    };
     enum class amqp_link { uplinks, clients, commands_in, commands_out };
     enum class dl_source { api, queue, driver };
     enum class dl_queue_result { sent, idle, error };
