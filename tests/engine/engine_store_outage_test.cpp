@@ -223,6 +223,12 @@ TEST_F(EngineStoreOutage, AnOutageMidBurstRequeuesTheWholeBurstAndPausesTheUplin
     EXPECT_EQ(log.count("store unavailable: could not connect to server: Connection refused"), 1);
     EXPECT_FALSE(log.contains("onUlReceived throw catch"));
     EXPECT_FALSE(log.contains("could not commit a burst"));
+    // Counted as handed back, never as settled.
+    using type = service_metrics::uplink_type;
+    using verdict = service_metrics::uplink_outcome;
+    EXPECT_EQ(m_engine->metrics()->uplink(type::ul_app, verdict::requeued).value(), 5);
+    EXPECT_EQ(m_engine->metrics()->uplink(type::ul_app, verdict::acked).value(), 0);
+    EXPECT_EQ(m_engine->metrics()->uplink(type::ul_app, verdict::rejected_error).value(), 0);
 }
 
 // The burst is handled with the server up, and it goes away before the commit.
