@@ -39,6 +39,18 @@ TEST(Publication, BodyIsTheRecordOrAnEnvelope) {
     EXPECT_EQ(envelope.value("cmd_id").toString().size(), 38);  // {8-4-4-4-12}
 }
 
+TEST(Publication, EnvelopeIsWrittenAsQtWritesTheObject) {
+    const QByteArray record = R"({"a":"\u0001","modem_id":77})";
+    const QByteArray wrapped = publication::body(record, "quillon_ul_client_eav_value", true);
+    // Parsed and written again by Qt, the text does not change: same key order, same form.
+    EXPECT_EQ(QJsonDocument::fromJson(wrapped).toJson(QJsonDocument::Compact), wrapped);
+    EXPECT_TRUE(wrapped.startsWith(R"({"cmd_id":"{)"));
+    EXPECT_TRUE(
+        wrapped.endsWith(R"(}","data":{"a":"\u0001","modem_id":77},"msg_type":"quillon_ul_client_eav_value"})"));
+    EXPECT_NE(publication::body(record, "m", true), publication::body(record, "m", true));
+    EXPECT_EQ(publication::body(record, "m", false), record);
+}
+
 TEST(DownlinkSending, PlaceholderSplicing) {
     const QByteArray marked = QByteArray::fromHex("0102") + "start_placeholder" + "0A0B" +
                               "stop_placeholder" + QByteArray::fromHex("03");
