@@ -14,60 +14,62 @@ char hex_digit(unsigned u) {
     return char(u < 10 ? '0' + u : 'a' + u - 10);
 }
 
-void append_escape(QByteArray& out, unsigned unit) {
-    const char text[6] = {'\\',
-                          'u',
-                          hex_digit(unit >> 12 & 0xf),
-                          hex_digit(unit >> 8 & 0xf),
-                          hex_digit(unit >> 4 & 0xf),
-                          hex_digit(unit & 0xf)};
-    out.append(text, 6);
+char* write_escape(char* p, unsigned unit) {
+    *p++ = '\\';
+    *p++ = 'u';
+    *p++ = hex_digit(unit >> 12 & 0xf);
+    *p++ = hex_digit(unit >> 8 & 0xf);
+    *p++ = hex_digit(unit >> 4 & 0xf);
+    *p++ = hex_digit(unit & 0xf);
+    return p;
 }
 
-void append_ascii(QByteArray& out, unsigned u) {
-    if (u >= 0x20 && u != '"' && u != '\\') {
-        out.append(char(u));
-        return;
-    }
+char* write_ascii_escape(char* p, unsigned u) {
+    char short_form = 0;
     switch (u) {
         case '"':
-            out.append("\\\"", 2);
+            short_form = '"';
             break;
         case '\\':
-            out.append("\\\\", 2);
+            short_form = '\\';
             break;
         case '\b':
-            out.append("\\b", 2);
+            short_form = 'b';
             break;
         case '\f':
-            out.append("\\f", 2);
+            short_form = 'f';
             break;
         case '\n':
-            out.append("\\n", 2);
+            short_form = 'n';
             break;
         case '\r':
-            out.append("\\r", 2);
+            short_form = 'r';
             break;
         case '\t':
-            out.append("\\t", 2);
+            short_form = 't';
             break;
         default:
-            append_escape(out, u);
+            return write_escape(p, u);
     }
+    *p++ = '\\';
+    *p++ = short_form;
+    return p;
 }
 
-void append_utf8(QByteArray& out, char32_t c) {
+char* write_utf8(char* p, char32_t c) {
     if (c < 0x800) {
-        const char bytes[2] = {char(0xc0 | c >> 6), char(0x80 | (c & 0x3f))};
-        out.append(bytes, 2);
-    } else if (c < 0x10000) {
-        const char bytes[3] = {char(0xe0 | c >> 12), char(0x80 | (c >> 6 & 0x3f)), char(0x80 | (c & 0x3f))};
-        out.append(bytes, 3);
+        *p++ = char(0xc0 | c >> 6);
     } else {
-        const char bytes[4] = {char(0xf0 | c >> 18), char(0x80 | (c >> 12 & 0x3f)),
-                               char(0x80 | (c >> 6 & 0x3f)), char(0x80 | (c & 0x3f))};
-        out.append(bytes, 4);
+        if (c < 0x10000) {
+            *p++ = char(0xe0 | c >> 12);
+        } else {
+            *p++ = char(0xf0 | c >> 18);
+            *p++ = char(0x80 | (c >> 12 & 0x3f));
+        }
+        *p++ = char(0x80 | (c >> 6 & 0x3f));
     }
+    *p++ = char(0x80 | (c & 0x3f));
+    return p;
 }
 }  // namespace
 
@@ -101,22 +103,32 @@ void append_number(QByteArray& out, double d) {
 }
 
 void append_string(QByteArray& out, const QString& s) {
-    out.append('"');
+    // Written through a pointer into room for the worst case (six bytes per unit), then
+    // cut to what was used: no per-character append.
+    const int start = out.size();
+    out.resize(start + 2 + 6 * s.size());
+    char* p = out.data() + start;
+    *p++ = '"';
     const ushort* unit = s.utf16();
     const ushort* const end = unit + s.size();
     while (unit != end) {
         const unsigned u = *unit++;
         if (u < 0x80) {
-            append_ascii(out, u);
+            if (u >= 0x20 && u != '"' && u != '\\') {
+                *p++ = char(u);
+            } else {
+                p = write_ascii_escape(p, u);
+            }
         } else if (QChar::isHighSurrogate(u) && unit != end && QChar::isLowSurrogate(*unit)) {
-            append_utf8(out, QChar::surrogateToUcs4(ushort(u), *unit++));
+            p = write_utf8(p, QChar::surrogateToUcs4(ushort(u), *unit++));
         } else if (QChar::isSurrogate(u)) {
-            append_escape(out, u);
+            p = write_escape(p, u);
         } else {
-            append_utf8(out, u);
+            p = write_utf8(p, u);
         }
     }
-    out.append('"');
+    *p++ = '"';
+    out.resize(int(p - out.constData()));
 }
 
 void append_value(QByteArray& out, const QJsonValue& v) {
