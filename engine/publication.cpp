@@ -9,9 +9,33 @@
 namespace publication {
 
 QString fill_route(const QString& route_template, const QStringList& parts) {
-    QString route = route_template;
+    // The two templates hold %1 to %6 once each. Without a '%' in any part no substitution
+    // can bring in a placeholder: then one pass gives the same text as the successive ones.
+    bool plain = parts.size() == 6 && (route_template == QLatin1String(roll_template) ||
+                                       route_template == QLatin1String(eav_template));
+    int length = route_template.size();
     for (const auto& part : parts) {
-        route = route.arg(part);
+        plain = plain && !part.contains(QLatin1Char('%'));
+        length += part.size();
+    }
+    if (!plain) {
+        QString route = route_template;
+        for (const auto& part : parts) {
+            route = route.arg(part);
+        }
+        return route;
+    }
+    QString route;
+    route.reserve(length);
+    const QChar* c = route_template.constData();
+    const QChar* const end = c + route_template.size();
+    while (c != end) {
+        if (*c == QLatin1Char('%') && c + 1 != end && c[1] >= QLatin1Char('1') && c[1] <= QLatin1Char('6')) {
+            route += parts[c[1].unicode() - '1'];
+            c += 2;
+        } else {
+            route += *c++;
+        }
     }
     return route;
 }
