@@ -103,9 +103,19 @@ void service_instance::write_files() {
 
 bool service_instance::start() {
     write_files();
-    m_process.start(QCoreApplication::applicationDirPath() + "/quillon",
-                    {"-c", m_dir.filePath("quillon.ini"), "-i", QString::number(m_instances), "-n",
-                     QString::number(m_position)});
+    const QString service = QCoreApplication::applicationDirPath() + "/quillon";
+    const QStringList arguments{"-c", m_dir.filePath("quillon.ini"), "-i", QString::number(m_instances),
+                                "-n", QString::number(m_position)};
+    // A profiler in front of the service (e.g. "valgrind --tool=callgrind"): it must keep
+    // the service's process id (exec, not fork) so that its CPU is still counted.
+    QStringList wrapper =
+        QString::fromLocal8Bit(qgetenv("QUILLON_BENCH_SERVICE_WRAPPER")).split(' ', Qt::SkipEmptyParts);
+    if (wrapper.isEmpty()) {
+        m_process.start(service, arguments);
+    } else {
+        const QString program = wrapper.takeFirst();
+        m_process.start(program, wrapper + QStringList{service} + arguments);
+    }
     return m_process.waitForStarted(10000);
 }
 

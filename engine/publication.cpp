@@ -4,13 +4,38 @@
 #include <QUuid>
 
 #include "model/json.h"
+#include "model/json_text.h"
 
 namespace publication {
 
 QString fill_route(const QString& route_template, const QStringList& parts) {
-    QString route = route_template;
+    // The two templates hold %1 to %6 once each. Without a '%' in any part no substitution
+    // can bring in a placeholder: then one pass gives the same text as the successive ones.
+    bool plain = parts.size() == 6 && (route_template == QLatin1String(roll_template) ||
+                                       route_template == QLatin1String(eav_template));
+    int length = route_template.size();
     for (const auto& part : parts) {
-        route = route.arg(part);
+        plain = plain && !part.contains(QLatin1Char('%'));
+        length += part.size();
+    }
+    if (!plain) {
+        QString route = route_template;
+        for (const auto& part : parts) {
+            route = route.arg(part);
+        }
+        return route;
+    }
+    QString route;
+    route.reserve(length);
+    const QChar* c = route_template.constData();
+    const QChar* const end = c + route_template.size();
+    while (c != end) {
+        if (*c == QLatin1Char('%') && c + 1 != end && c[1] >= QLatin1Char('1') && c[1] <= QLatin1Char('6')) {
+            route += parts[c[1].unicode() - '1'];
+            c += 2;
+        } else {
+            route += *c++;
+        }
     }
     return route;
 }
@@ -32,25 +57,45 @@ QString value_route(const model::ul_message& stored, const model::dev_value& val
                                      value.obis_code, QString::number(value.modem_id)});
 }
 
-QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap) {
+QByteArray body(const QByteArray& record_json, const char* msg_type, bool wrap) {
     if (!wrap) {
-        return QJsonDocument(record).toJson(QJsonDocument::Compact);
+        return record_json;
     }
-    QJsonObject envelope;
-    envelope["msg_type"] = msg_type;
-    envelope["cmd_id"] = QUuid::createUuid().toString();
-    envelope["data"] = record;
-    return QJsonDocument(envelope).toJson(QJsonDocument::Compact);
+    // The envelope's keys in their sorted order, as a QJsonObject writes them.
+    const QByteArray cmd_id = QUuid::createUuid().toByteArray();
+    QByteArray envelope;
+    envelope.reserve(record_json.size() + cmd_id.size() + 64);
+    envelope.append("{\"cmd_id\":\"");
+    envelope.append(cmd_id);
+    envelope.append("\",\"data\":");
+    envelope.append(record_json);
+    envelope.append(",\"msg_type\":");
+    model::json_text_detail::append_string(envelope, QString::fromLatin1(msg_type));
+    envelope.append('}');
+    return envelope;
+}
+
+QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap) {
+    return body(QJsonDocument(record).toJson(QJsonDocument::Compact), msg_type, wrap);
 }
 
 namespace {
 const char* const roll_type = "quillon_ul_client_roll";
 
-QByteArray record_body(const model::eav_record& record, bool wrap) {
+QByteArray record_text(const model::eav_record& record) {
     if (const auto* event = std::get_if<model::dev_event>(&record)) {
-        return body(model::to_json(*event), "quillon_ul_client_eav_event", wrap);
+        return model::json_text(*event);
     }
-    return body(model::to_json(std::get<model::dev_value>(record)), "quillon_ul_client_eav_value", wrap);
+    return model::json_text(std::get<model::dev_value>(record));
+}
+
+const char* record_type(const model::eav_record& record) {
+    return std::holds_alternative<model::dev_event>(record) ? "quillon_ul_client_eav_event"
+                                                            : "quillon_ul_client_eav_value";
+}
+
+QByteArray record_body(const model::eav_record& record, bool wrap) {
+    return body(record_text(record), record_type(record), wrap);
 }
 
 QString record_route(const model::ul_message& stored, const model::eav_record& record, const QString& client,
@@ -64,7 +109,7 @@ QString record_route(const model::ul_message& stored, const model::eav_record& r
 
 void publish_message(const model::ul_message& message, const QString& client, int index,
                      publication_sink& sink, bool wrap) {
-    sink.publish(body(model::to_json(message), roll_type, wrap), roll_route(message, client, index));
+    sink.publish(body(model::json_text(message), roll_type, wrap), roll_route(message, client, index));
 }
 
 void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
@@ -74,26 +119,22 @@ void publish_record(const model::ul_message& stored, const model::eav_record& re
 
 void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
                     const QStringList& clients, publication_sink& sink, bool wrap) {
-    // Unwrapped bodies are the same for every client: serialized once. A wrapped body
-    // carries a fresh command id per publication.
-    std::vector<QByteArray> bodies;
-    QByteArray roll_body;
-    if (!wrap) {
-        bodies.reserve(records.size());
-        for (const auto& record : records) {
-            bodies.push_back(record_body(record, false));
-        }
-        roll_body = body(model::to_json(stored), roll_type, false);
+    // Each record's text is written once; only a wrapped body differs per publication (a
+    // fresh command id each time).
+    std::vector<QByteArray> texts;
+    texts.reserve(records.size());
+    for (const auto& record : records) {
+        texts.push_back(record_text(record));
     }
+    const QByteArray roll_text = model::json_text(stored);
     for (int index = 0; index < clients.size(); ++index) {
         const QString& client = clients[index];
         size_t n = 0;
         for (const auto& record : records) {
-            sink.publish(wrap ? record_body(record, true) : bodies[n++],
+            sink.publish(body(texts[n++], record_type(record), wrap),
                          record_route(stored, record, client, index));
         }
-        sink.publish(wrap ? body(model::to_json(stored), roll_type, true) : roll_body,
-                     roll_route(stored, client, index));
+        sink.publish(body(roll_text, roll_type, wrap), roll_route(stored, client, index));
     }
 }
 

@@ -25,7 +25,9 @@ QString event_route(const model::ul_message& stored, const model::dev_event& eve
 QString value_route(const model::ul_message& stored, const model::dev_value& value, const QString& client,
                     int index);
 
-// The published body: the record's own JSON, or an envelope with a fresh "cmd_id".
+// The published body: the record's own compact JSON text, or an envelope with a fresh
+// "cmd_id" around it.
+QByteArray body(const QByteArray& record_json, const char* msg_type, bool wrap);
 QByteArray body(const QJsonObject& record, const char* msg_type, bool wrap);
 
 void publish_message(const model::ul_message& message, const QString& client, int index,

@@ -3,6 +3,7 @@
 #include <QJsonArray>
 #include <limits>
 
+#include "model/json_text.h"
 #include "model/query_bounds.h"
 
 namespace sqlite_db {
@@ -16,8 +17,7 @@ QDateTime time_from(const QVariant& v) {
 }
 
 QVariant document_value(const QJsonDocument& d) {
-    return d.isNull() ? QVariant(QVariant::String)
-                      : QVariant(QString::fromUtf8(d.toJson(QJsonDocument::Compact)));
+    return d.isNull() ? QVariant(QVariant::String) : QVariant(QString::fromUtf8(model::compact_text(d)));
 }
 
 QJsonDocument document_from(const QVariant& v) {

@@ -100,46 +100,74 @@ QString value_query_sql(bool first_and_last, int tags, int obis_codes) {
                       first_and_last, "obis_code");
 }
 
+namespace {
+
+// Rows per INSERT: one statement per table for a message's records (eight columns a row
+// stays well below SQLite's limit on bound values).
+constexpr int rows_per_insert = 100;
+
+QString insert_sql(const QString& table, const QString& columns, int rows) {
+    static const QString tuple = QStringLiteral("(?, ?, ?, ?, ?, ?, ?, ?)");
+    QString sql;
+    sql.reserve(columns.size() + rows * (tuple.size() + 2) + 40);
+    sql += QLatin1String("INSERT INTO ") + table + QLatin1String(" (") + columns + QLatin1String(") VALUES ");
+    for (int i = 0; i < rows; ++i) {
+        if (i > 0)
+            sql += QLatin1String(", ");
+        sql += tuple;
+    }
+    return sql;
+}
+
+// Inserts the rows in order, up to rows_per_insert to a statement; bind(q, row, first)
+// binds one row's eight values from position first on.
+template <typename Row, typename Bind>
+void insert_rows(backend& db, const QString& table, const QString& columns, const QList<Row>& rows,
+                 const Bind& bind) {
+    backend::transaction tx(db);
+    for (int done = 0; done < rows.size();) {
+        const int count = qMin(rows_per_insert, rows.size() - done);
+        QSqlQuery& q = db.statement(insert_sql(table, columns, count));
+        for (int i = 0; i < count; ++i)
+            bind(q, rows[done + i], i * 8);
+        db.run(q);
+        done += count;
+    }
+    tx.commit();
+}
+
+}  // namespace
+
 void record_store::save_values(const QList<model::dev_value>& values) {
     if (values.isEmpty())
         return;
-    backend::transaction tx(m_db);
-    QSqlQuery& q = m_db.statement("INSERT INTO dev_values (" + value_columns +
-                                  ") VALUES (:modem_id, :timestamp, :obis_code, :tag, :value, :value_type,"
-                                  " :message_id, :ttl)");
-    for (const model::dev_value& v : values) {
-        q.bindValue(":modem_id", v.modem_id);
-        q.bindValue(":timestamp", time_value(v.timestamp));
-        q.bindValue(":obis_code", text_value(v.obis_code));
-        q.bindValue(":tag", text_value(v.tag));
-        q.bindValue(":value", v.value);
-        q.bindValue(":value_type", v.value.userType());
-        q.bindValue(":message_id", v.message_id);
-        q.bindValue(":ttl", time_value(v.ttl));
-        m_db.run(q);
-    }
-    tx.commit();
+    insert_rows(m_db, "dev_values", value_columns, values,
+                [](QSqlQuery& q, const model::dev_value& v, int at) {
+                    q.bindValue(at, v.modem_id);
+                    q.bindValue(at + 1, time_value(v.timestamp));
+                    q.bindValue(at + 2, text_value(v.obis_code));
+                    q.bindValue(at + 3, text_value(v.tag));
+                    q.bindValue(at + 4, v.value);
+                    q.bindValue(at + 5, v.value.userType());
+                    q.bindValue(at + 6, v.message_id);
+                    q.bindValue(at + 7, time_value(v.ttl));
+                });
 }
 
 void record_store::save_events(const QList<model::dev_event>& events) {
     if (events.isEmpty())
         return;
-    backend::transaction tx(m_db);
-    QSqlQuery& q = m_db.statement("INSERT INTO dev_events (" + event_columns +
-                                  ") VALUES (:modem_id, :timestamp, :event_code, :message_id, :message,"
-                                  " :extended_data, :parameter, :ttl)");
-    for (const model::dev_event& e : events) {
-        q.bindValue(":modem_id", e.modem_id);
-        q.bindValue(":timestamp", time_value(e.timestamp));
-        q.bindValue(":event_code", e.event_code);
-        q.bindValue(":message_id", e.message_id);
-        q.bindValue(":message", e.message);
-        q.bindValue(":extended_data", document_value(e.extended_data));
-        q.bindValue(":parameter", e.parameter);
-        q.bindValue(":ttl", time_value(e.ttl));
-        m_db.run(q);
-    }
-    tx.commit();
+    insert_rows(m_db, "dev_events", event_columns, events,
+                [](QSqlQuery& q, const model::dev_event& e, int at) {
+                    q.bindValue(at, e.modem_id);
+                    q.bindValue(at + 1, time_value(e.timestamp));
+                    q.bindValue(at + 2, e.event_code);
+                    q.bindValue(at + 3, e.message_id);
+                    q.bindValue(at + 4, e.message);
+                    q.bindValue(at + 5, document_value(e.extended_data));
+                    q.bindValue(at + 6, e.parameter);
+                    q.bindValue(at + 7, time_value(e.ttl));
+                });
 }
 
 void record_store::get_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {

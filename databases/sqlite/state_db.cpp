@@ -9,13 +9,20 @@
 #include "databases/sqlite/backend.h"
 #include "databases/sqlite/codec.h"
 #include "model/json.h"
+#include "model/json_text.h"
 
 namespace sqlite_db {
 namespace {
 
 // An entry is kept as a one-element JSON array, so scalars round-trip too.
+// The value as the single element of a compact JSON array.
 QString entry_text(const QJsonValue& value) {
-    return QString::fromUtf8(QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact));
+    QByteArray text;
+    text.reserve(256);
+    text.append('[');
+    model::json_text_detail::append_value(text, value);
+    text.append(']');
+    return QString::fromUtf8(text);
 }
 
 QJsonValue entry_from(const QVariant& text) {

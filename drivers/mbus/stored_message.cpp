@@ -80,19 +80,29 @@ QString coding_name(int coding) {
 }
 
 QJsonObject record_json(const record& r) {
-    QJsonObject o{{"offset", r.offset},
-                  {"dib", hex_text(r.dib)},
-                  {"vib", hex_text(r.vib)},
-                  {"data", hex_text(r.data)},
-                  {"coding", coding_name(r.coding)},
-                  {"quantity", r.info.quantity},
-                  {"unit", r.info.unit},
-                  {"function", function_name(r.function)},
-                  {"storage", double(r.storage)},
-                  {"tariff", double(r.tariff)},
-                  {"subunit", double(r.subunit)},
-                  {"obis_code", obis_code(r)},
-                  {"value", value_json(r.value)}};
+    // Every record has these members: filling a copy of an object that holds them already
+    // replaces values in place, where inserting each key anew costs about twice as much.
+    // The values are set through an iterator, in the sorted order of the keys.
+    static const QJsonObject members{{"coding", ""},   {"data", ""},      {"dib", ""},
+                                     {"function", ""}, {"obis_code", ""}, {"offset", 0},
+                                     {"quantity", ""}, {"storage", 0},    {"subunit", 0},
+                                     {"tariff", 0},    {"unit", ""},      {"value", QJsonValue::Null},
+                                     {"vib", ""}};
+    QJsonObject o = members;
+    auto it = o.begin();
+    *it++ = coding_name(r.coding);
+    *it++ = hex_text(r.data);
+    *it++ = hex_text(r.dib);
+    *it++ = function_name(r.function);
+    *it++ = obis_code(r);
+    *it++ = r.offset;
+    *it++ = r.info.quantity;
+    *it++ = double(r.storage);
+    *it++ = double(r.subunit);
+    *it++ = double(r.tariff);
+    *it++ = r.info.unit;
+    *it++ = value_json(r.value);
+    *it = hex_text(r.vib);
     if (r.info.record_error != 0) {
         o["record_error"] = r.info.record_error;
     }

@@ -431,3 +431,61 @@ TEST(SqliteRegistry, SeedRegistryClientsAndIdsWithWildcards) {
                                                        {79, {"other", "Z", {}}}};
     EXPECT_EQ(registry.devices(), expected);
 }
+
+TEST_F(SqliteStore, LongRecordListsAreStoredWholeAndInListOrder) {
+    // Rows of one time are returned in the order they were saved: 250 values and 150
+    // events run past the rows that one INSERT carries.
+    QList<model::dev_value> values;
+    for (int i = 0; i < 250; ++i) {
+        model::dev_value v;
+        v.modem_id = 8;
+        v.timestamp = at(T0);
+        v.obis_code = i % 2 ? "1.8.0" : "2.8.0";
+        v.tag = "t";
+        v.value = i % 3 ? QVariant(i) : QVariant(QString("s%1").arg(i));
+        v.message_id = QString("m%1").arg(i);
+        v.ttl = live_ttl();
+        values.append(v);
+    }
+    QList<model::dev_event> events;
+    for (int i = 0; i < 150; ++i) {
+        model::dev_event e;
+        e.modem_id = 8;
+        e.timestamp = at(T0);
+        e.event_code = 1000 - i;
+        e.message_id = "id";
+        e.message = QString("e%1").arg(i);
+        e.parameter = i;
+        e.ttl = live_ttl();
+        events.append(e);
+    }
+    m_stores.eav->records().save_values(values);
+    m_stores.eav->records().save_events(events);
+
+    model::value_query q;
+    q.modem_id = {8};
+    q.from = at(T0);
+    q.to = at(T0);
+    q.limit = 1000;
+    model::per_modem<model::dev_value> stored_values;
+    m_stores.eav->records().get_values(stored_values, q);
+    ASSERT_EQ(stored_values[8].size(), 250u);
+    for (int i = 0; i < 250; ++i) {
+        const auto& v = stored_values[8][size_t(i)];
+        ASSERT_EQ(v.message_id, QString("m%1").arg(i));
+        EXPECT_EQ(v.obis_code, i % 2 ? "1.8.0" : "2.8.0");
+        EXPECT_EQ(v.value, i % 3 ? QVariant(i) : QVariant(QString("s%1").arg(i)));
+    }
+    model::per_modem<model::dev_event> stored_events;
+    m_stores.eav->records().get_events(stored_events, q);
+    ASSERT_EQ(stored_events[8].size(), 150u);
+    for (int i = 0; i < 150; ++i) {
+        const auto& e = stored_events[8][size_t(i)];
+        ASSERT_EQ(e.message, QString("e%1").arg(i));
+        EXPECT_EQ(e.event_code, 1000 - i);
+        EXPECT_EQ(e.parameter, i);
+        EXPECT_TRUE(e.extended_data.isNull());
+    }
+    EXPECT_EQ(m_stores.eav->value_count(), 250);
+    EXPECT_EQ(m_stores.eav->event_count(), 150);
+}

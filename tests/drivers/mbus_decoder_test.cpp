@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QJsonArray>
+#include <QJsonDocument>
 
 #include "decoder.h"
 #include "eav.h"
@@ -115,6 +116,11 @@ TEST(MbusDecoder, RecordFieldsAndJson) {
     EXPECT_EQ(o["obis_code"].toString(), "volume_per_h.max.s3.t1.u1");
     EXPECT_DOUBLE_EQ(o["value"].toDouble(), 12.345);
     EXPECT_FALSE(o.contains("record_error"));
+    // The stored and published text of the record, written out by hand.
+    EXPECT_EQ(QJsonDocument(o).toJson(QJsonDocument::Compact),
+              QByteArray(R"({"coding":"int32","data":"39300000","dib":"d451","function":"maximum",)"
+                         R"("obis_code":"volume_per_h.max.s3.t1.u1","offset":5,"quantity":"volume_per_h",)"
+                         R"("storage":3,"subunit":1,"tariff":1,"unit":"m3/h","value":12.345,"vib":"9322"})"));
 }
 
 TEST(MbusDecoder, StoredMessageData) {

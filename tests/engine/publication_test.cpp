@@ -30,6 +30,25 @@ TEST(Publication, PlaceholderInsideASubstitutedTextIsFilledLater) {
               "c.2.ul_eav.X.aQb.Q.77");
 }
 
+TEST(Publication, RoutesOfUnusualTextsAreFilledAsBySuccessiveSubstitutions) {
+    // Empty parts, a part holding "%", non-Latin text: the same as QString::arg one by one.
+    const QStringList cases[] = {{"", "0", "", "", "", "0"},
+                                 {"c", "2", "X%", "t", "%6", "77"},
+                                 {"c%1", "2", "X", "t", "q", "77"},
+                                 {"\u00e9", "2", "\u4e2d", "a.b", "1.8.0", "-5"}};
+    for (const auto& parts : cases) {
+        for (const char* route_template : {publication::roll_template, publication::eav_template}) {
+            QString expected = route_template;
+            for (const auto& part : parts)
+                expected = expected.arg(part);
+            EXPECT_EQ(publication::fill_route(route_template, parts), expected)
+                << parts.join('|').toStdString();
+        }
+    }
+    EXPECT_EQ(publication::fill_route(publication::roll_template, {"", "0", "", "", "", "0"}),
+              ".0.ul_roll....0");
+}
+
 TEST(Publication, BodyIsTheRecordOrAnEnvelope) {
     const QJsonObject record{{"modem_id", 77}};
     EXPECT_EQ(publication::body(record, "quillon_ul_client_roll", false), QByteArray(R"({"modem_id":77})"));
@@ -37,6 +56,18 @@ TEST(Publication, BodyIsTheRecordOrAnEnvelope) {
     EXPECT_EQ(envelope.value("msg_type").toString(), "m");
     EXPECT_EQ(envelope.value("data").toObject(), record);
     EXPECT_EQ(envelope.value("cmd_id").toString().size(), 38);  // {8-4-4-4-12}
+}
+
+TEST(Publication, EnvelopeIsWrittenAsQtWritesTheObject) {
+    const QByteArray record = R"({"a":"\u0001","modem_id":77})";
+    const QByteArray wrapped = publication::body(record, "quillon_ul_client_eav_value", true);
+    // Parsed and written again by Qt, the text does not change: same key order, same form.
+    EXPECT_EQ(QJsonDocument::fromJson(wrapped).toJson(QJsonDocument::Compact), wrapped);
+    EXPECT_TRUE(wrapped.startsWith(R"({"cmd_id":"{)"));
+    EXPECT_TRUE(wrapped.endsWith(
+        R"(}","data":{"a":"\u0001","modem_id":77},"msg_type":"quillon_ul_client_eav_value"})"));
+    EXPECT_NE(publication::body(record, "m", true), publication::body(record, "m", true));
+    EXPECT_EQ(publication::body(record, "m", false), record);
 }
 
 TEST(DownlinkSending, PlaceholderSplicing) {

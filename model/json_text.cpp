@@ -1,0 +1,313 @@
+#include "model/json_text.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QLocale>
+#include <cmath>
+
+namespace model {
+
+namespace json_text_detail {
+
+namespace {
+char hex_digit(unsigned u) {
+    return char(u < 10 ? '0' + u : 'a' + u - 10);
+}
+
+char* write_escape(char* p, unsigned unit) {
+    *p++ = '\\';
+    *p++ = 'u';
+    *p++ = hex_digit(unit >> 12 & 0xf);
+    *p++ = hex_digit(unit >> 8 & 0xf);
+    *p++ = hex_digit(unit >> 4 & 0xf);
+    *p++ = hex_digit(unit & 0xf);
+    return p;
+}
+
+char* write_ascii_escape(char* p, unsigned u) {
+    char short_form = 0;
+    switch (u) {
+        case '"':
+            short_form = '"';
+            break;
+        case '\\':
+            short_form = '\\';
+            break;
+        case '\b':
+            short_form = 'b';
+            break;
+        case '\f':
+            short_form = 'f';
+            break;
+        case '\n':
+            short_form = 'n';
+            break;
+        case '\r':
+            short_form = 'r';
+            break;
+        case '\t':
+            short_form = 't';
+            break;
+        default:
+            return write_escape(p, u);
+    }
+    *p++ = '\\';
+    *p++ = short_form;
+    return p;
+}
+
+char* write_utf8(char* p, char32_t c) {
+    if (c < 0x800) {
+        *p++ = char(0xc0 | c >> 6);
+    } else {
+        if (c < 0x10000) {
+            *p++ = char(0xe0 | c >> 12);
+        } else {
+            *p++ = char(0xf0 | c >> 18);
+            *p++ = char(0x80 | (c >> 12 & 0x3f));
+        }
+        *p++ = char(0x80 | (c >> 6 & 0x3f));
+    }
+    *p++ = char(0x80 | (c & 0x3f));
+    return p;
+}
+}  // namespace
+
+void append_integer(QByteArray& out, int64_t v) {
+    char digits[24];
+    char* end = digits + sizeof digits;
+    char* p = end;
+    uint64_t magnitude = v < 0 ? uint64_t(0) - uint64_t(v) : uint64_t(v);
+    do {
+        *--p = char('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (v < 0) {
+        *--p = '-';
+    }
+    out.append(p, int(end - p));
+}
+
+void append_number(QByteArray& out, double d) {
+    if (!std::isfinite(d)) {
+        out.append("null", 4);
+        return;
+    }
+    const double magnitude = std::fabs(d);
+    const bool integral = magnitude < 18446744073709551616.0 && magnitude == std::floor(magnitude);
+    if (integral && magnitude <= 9007199254740992.0) {
+        append_integer(out, int64_t(d));  // exact; -0 is written as 0
+        return;
+    }
+    out.append(QByteArray::number(d, integral ? 'f' : 'g', QLocale::FloatingPointShortest));
+}
+
+void append_string(QByteArray& out, const QString& s) {
+    // Written through a pointer into room for the worst case (six bytes per unit), then
+    // cut to what was used: no per-character append.
+    const int start = out.size();
+    out.resize(start + 2 + 6 * s.size());
+    char* p = out.data() + start;
+    *p++ = '"';
+    const ushort* unit = s.utf16();
+    const ushort* const end = unit + s.size();
+    while (unit != end) {
+        const unsigned u = *unit++;
+        if (u < 0x80) {
+            if (u >= 0x20 && u != '"' && u != '\\') {
+                *p++ = char(u);
+            } else {
+                p = write_ascii_escape(p, u);
+            }
+        } else if (QChar::isHighSurrogate(u) && unit != end && QChar::isLowSurrogate(*unit)) {
+            p = write_utf8(p, QChar::surrogateToUcs4(ushort(u), *unit++));
+        } else if (QChar::isSurrogate(u)) {
+            p = write_escape(p, u);
+        } else {
+            p = write_utf8(p, u);
+        }
+    }
+    *p++ = '"';
+    out.resize(int(p - out.constData()));
+}
+
+void append_value(QByteArray& out, const QJsonValue& v) {
+    switch (v.type()) {
+        case QJsonValue::Bool:
+            v.toBool() ? out.append("true", 4) : out.append("false", 5);
+            break;
+        case QJsonValue::Double:
+            append_number(out, v.toDouble());
+            break;
+        case QJsonValue::String:
+            append_string(out, v.toString());
+            break;
+        case QJsonValue::Array:
+            append_array(out, v.toArray());
+            break;
+        case QJsonValue::Object:
+            append_object(out, v.toObject());
+            break;
+        default:
+            out.append("null", 4);
+    }
+}
+
+void append_object(QByteArray& out, const QJsonObject& o) {
+    // A QJsonObject iterates in the sorted order of its keys, the order it writes them in.
+    out.append('{');
+    bool first = true;
+    for (auto it = o.constBegin(); it != o.constEnd(); ++it) {
+        if (!first) {
+            out.append(',');
+        }
+        first = false;
+        append_string(out, it.key());
+        out.append(':');
+        append_value(out, it.value());
+    }
+    out.append('}');
+}
+
+void append_array(QByteArray& out, const QJsonArray& a) {
+    out.append('[');
+    bool first = true;
+    for (const QJsonValue& v : a) {
+        if (!first) {
+            out.append(',');
+        }
+        first = false;
+        append_value(out, v);
+    }
+    out.append(']');
+}
+
+void append_document(QByteArray& out, const QJsonDocument& d) {
+    if (d.isObject()) {
+        append_object(out, d.object());
+    } else if (d.isArray()) {
+        append_array(out, d.array());
+    } else {
+        out.append("null", 4);
+    }
+}
+
+}  // namespace json_text_detail
+
+QByteArray compact_text(const QJsonDocument& d) {
+    QByteArray out;
+    out.reserve(1024);
+    json_text_detail::append_document(out, d);
+    return out;
+}
+
+namespace {
+using namespace json_text_detail;
+
+// Writes the members of one object in the order given, which must be the sorted order
+// of their keys.
+class object_writer {
+public:
+    explicit object_writer(QByteArray& out) : m_out(out) { m_out.append('{'); }
+    ~object_writer() { m_out.append('}'); }
+    object_writer(const object_writer&) = delete;
+    object_writer& operator=(const object_writer&) = delete;
+
+    QByteArray& key(const char* name, int length) {
+        if (m_members++ > 0) {
+            m_out.append(',');
+        }
+        m_out.append('"');
+        m_out.append(name, length);
+        m_out.append("\":", 2);
+        return m_out;
+    }
+    template <int N>
+    QByteArray& key(const char (&name)[N]) {
+        return key(name, N - 1);
+    }
+
+    template <int N>
+    void integer(const char (&name)[N], int64_t v) {
+        append_number(key(name), double(v));
+    }
+    template <int N>
+    void seconds(const char (&name)[N], const QDateTime& t) {
+        integer(name, t.toSecsSinceEpoch());
+    }
+    template <int N>
+    void text(const char (&name)[N], const QString& s) {
+        append_string(key(name), s);
+    }
+    template <int N>
+    void document(const char (&name)[N], const QJsonDocument& d) {
+        append_document(key(name), d);
+    }
+    template <int N>
+    void boolean(const char (&name)[N], bool b) {
+        b ? key(name).append("true", 4) : key(name).append("false", 5);
+    }
+    // An undefined value leaves its key out, as it does in a QJsonObject.
+    template <int N>
+    void value(const char (&name)[N], const QJsonValue& v) {
+        if (!v.isUndefined()) {
+            append_value(key(name), v);
+        }
+    }
+
+private:
+    QByteArray& m_out;
+    int m_members = 0;
+};
+}  // namespace
+
+void append_json(QByteArray& out, const dev_value& v) {
+    object_writer o(out);
+    o.text("message_id", v.message_id);
+    o.integer("modem_id", v.modem_id);
+    o.text("obis_code", v.obis_code);
+    o.text("tag", v.tag);
+    o.seconds("timestamp", v.timestamp);
+    o.seconds("ttl", v.ttl);
+    o.value("value", QJsonValue::fromVariant(v.value));
+}
+
+void append_json(QByteArray& out, const dev_event& e) {
+    object_writer o(out);
+    o.integer("event_code", e.event_code);
+    o.document("extended_data", e.extended_data);
+    o.text("message", e.message);
+    o.text("message_id", e.message_id);
+    o.integer("modem_id", e.modem_id);
+    o.integer("parameter", e.parameter);
+    o.seconds("timestamp", e.timestamp);
+    o.seconds("ttl", e.ttl);
+}
+
+void append_json(QByteArray& out, const ul_message& m) {
+    object_writer o(out);
+    o.integer("bs_timezone_offset", m.bs_timezone_offset);
+    o.document("data", m.data);
+    o.document("extended_data", m.extended_data);
+    o.text("hw_type", m.hw_type);
+    o.integer("modem_id", m.modem_id);
+    o.text("parse_status", m.parse_status);
+    // Hexadecimal digits need no escaping.
+    QByteArray& payload = o.key("payload");
+    payload.append('"');
+    payload.append(m.payload.toHex());
+    payload.append('"');
+    o.text("phy", m.phy);
+    o.text("protocol", m.protocol);
+    o.integer("rssi", m.rssi);
+    o.integer("snr", m.snr);
+    o.integer("station_id", m.station_id);
+    o.text("tag", m.tag);
+    o.seconds("time_detected", m.time_detected);
+    o.seconds("timestamp", m.timestamp);
+    o.seconds("ttl", m.ttl);
+    o.boolean("tz_mismatch", m.tz_mismatch);
+    o.integer("unique_id", m.unique_id);
+}
+
+}  // namespace model
