@@ -7,6 +7,7 @@ set -euo pipefail
 fuzzer=$1 seeds=$2 work=$3
 shift 3
 mkdir -p "$work/corpus"
-# Leak reports are off: the fuzzers keep their fixtures for the whole run on purpose, and
-# the sanitizer suite checks leaks where they matter (see tests/sanitizer.supp).
+# libFuzzer's check for leaks per input is off: the command fuzzer keeps its fixture (the
+# store, the loaded plugin) from one input to the next on purpose. The sanitized suites
+# check for leaks at the end of every process.
 exec "$fuzzer" -artifact_prefix="$work/" -detect_leaks=0 -print_final_stats=1 "$@" "$work/corpus" "$seeds"
