@@ -10,4 +10,5 @@ mkdir -p "$work/corpus"
 # libFuzzer's check for leaks per input is off: the command fuzzer keeps its fixture (the
 # store, the loaded plugin) from one input to the next on purpose. The sanitized suites
 # check for leaks at the end of every process.
+export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0"
 exec "$fuzzer" -artifact_prefix="$work/" -detect_leaks=0 -print_final_stats=1 "$@" "$work/corpus" "$seeds"
