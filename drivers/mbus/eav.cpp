@@ -59,7 +59,14 @@ uint64_t flag_bits(const record& r) {
     const bool integer = (r.coding >= int8 && r.coding <= int32 && r.coding != real32) || r.coding == int48 ||
                          r.coding == int64;
     if (!integer) {
-        return static_cast<uint64_t>(r.value.toDouble());
+        // A real or BCD field is a bit field only as a whole, non-negative number below
+        // 2^64; anything else (NaN included) flags nothing rather than converting
+        // undefined.
+        const double value = r.value.toDouble();
+        if (!(value >= 0.0 && value < 18446744073709551616.0)) {
+            return 0;
+        }
+        return static_cast<uint64_t>(value);
     }
     uint64_t v = 0;
     for (int i = r.data.size() - 1; i >= 0; --i) {

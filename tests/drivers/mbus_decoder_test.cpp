@@ -213,6 +213,19 @@ TEST(MbusDecoder, EventsComeFirstWithTexts) {
     EXPECT_EQ(std::get<model::dev_value>(*it).obis_code, "error_flags.s1");
 }
 
+// Error flags sent as a real: a whole, non-negative value below 2^64 is the bit field;
+// anything else (negative, too large, not a number) is no bit field and flags nothing.
+TEST(MbusDecoder, ErrorFlagsAsRealOutsideABitFieldFlagNothing) {
+    // DIF 05 (real32), VIF FD 17 (error flags), the float little-endian.
+    EXPECT_TRUE(mbus::to_events(mbus::decode(hex("78 05fd17 000080bf")), context()).isEmpty());  // -1.0
+    EXPECT_TRUE(mbus::to_events(mbus::decode(hex("78 05fd17 caf24971")), context()).isEmpty());  // 1e30
+    EXPECT_TRUE(mbus::to_events(mbus::decode(hex("78 05fd17 0000c0ff")), context()).isEmpty());  // NaN
+    const QList<model::dev_event> six = mbus::to_events(mbus::decode(hex("78 05fd17 0000c040")), context());
+    ASSERT_EQ(six.size(), 2);  // 6.0: bits 1 and 2
+    EXPECT_EQ(six[0].parameter, 1);
+    EXPECT_EQ(six[1].parameter, 2);
+}
+
 TEST(MbusDecoder, StatusZeroGivesNoEvents) {
     EXPECT_TRUE(mbus::to_events(mbus::decode(hex("7a01000000")), context()).isEmpty());
     EXPECT_TRUE(mbus::to_events(mbus::decode(hex("7a01000005ffff")), context()).isEmpty());

@@ -24,7 +24,8 @@ QString unique_name(const QString& prefix) {
 }
 
 bool wait_until(const std::function<bool()>& done, int timeout_ms) {
-    QDeadlineTimer deadline(timeout_ms);
+    const int factor = qEnvironmentVariableIntValue("QUILLON_TEST_TIME_FACTOR");
+    QDeadlineTimer deadline(qint64(timeout_ms) * (factor > 1 ? factor : 1));
     while (!done() && !deadline.hasExpired()) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
         QThread::msleep(5);

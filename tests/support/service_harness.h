@@ -22,7 +22,9 @@ namespace e2e {
 QString broker_url();
 // A name no other test uses, for queues and routing keys.
 QString unique_name(const QString& prefix);
-// Runs the event loop until `done` holds or the time is up; returns `done()`.
+// Runs the event loop until `done` holds or the time is up; returns `done()`. The time is
+// multiplied by QUILLON_TEST_TIME_FACTOR when set (the sanitizer run sets it: the service
+// runs several times slower there).
 bool wait_until(const std::function<bool()>& done, int timeout_ms = 15000);
 
 // The quillon process with an INI file of its own in a temporary directory. Every

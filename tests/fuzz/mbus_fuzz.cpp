@@ -1,4 +1,5 @@
-// libFuzzer entry over the M-Bus decoder and the stages that follow it.
+// libFuzzer entry over the M-Bus decoder and the stages that follow it: any bytes are a
+// payload.
 #include <QByteArray>
 #include <cstddef>
 #include <cstdint>
