@@ -19,22 +19,6 @@ bool is_dl_report(const QString& type) {
     return type == "dl_queued" || type == "dl_inprocess" || type == "dl_success" || type == "dl_fault";
 }
 
-// Sends straight through the command client, for callers outside the engine's handling.
-class direct_sender : public command_sender {
-public:
-    explicit direct_sender(rabbit_api_man& api) : m_api(api) {}
-    void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
-                      int sharded) override {
-        m_api.send_cmd(
-            type, data, routing_key, [](const QJsonDocument&) { return true; }, [](const QString&) {},
-            sharded);
-    }
-    QString api_key() const override { return m_api.config().api_key; }
-
-private:
-    rabbit_api_man& m_api;
-};
-
 // The engine's outbox, counting each downlink it sends by who asked for it.
 class counted_sender : public command_sender {
 public:
@@ -58,6 +42,26 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
                  std::shared_ptr<interfaces::IDriverState> state, std::unique_ptr<rabbit_receiver> receiver,
                  std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> publisher,
                  std::unique_ptr<rabbit_api_man> api, logger& log, QObject* parent)
+    : Engiene(std::move(builder), std::move(config), std::move(messages), std::move(eav), std::move(clients),
+              std::move(state), engine_outputs{},
+              std::make_unique<amqp_endpoints>(std::move(receiver), std::move(publisher), std::move(api)),
+              log, parent) {}
+
+Engiene::Engiene(DriverBuilder builder, EngineConfig config,
+                 std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                 std::shared_ptr<interfaces::IEAVDatabase> eav,
+                 std::shared_ptr<interfaces::IDeviceClientsDatabase> clients,
+                 std::shared_ptr<interfaces::IDriverState> state, engine_outputs outputs, logger& log,
+                 QObject* parent)
+    : Engiene(std::move(builder), std::move(config), std::move(messages), std::move(eav), std::move(clients),
+              std::move(state), outputs, nullptr, log, parent) {}
+
+Engiene::Engiene(DriverBuilder builder, EngineConfig config,
+                 std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                 std::shared_ptr<interfaces::IEAVDatabase> eav,
+                 std::shared_ptr<interfaces::IDeviceClientsDatabase> clients,
+                 std::shared_ptr<interfaces::IDriverState> state, engine_outputs outputs,
+                 std::unique_ptr<amqp_endpoints> endpoints, logger& log, QObject* parent)
     : QObject(parent),
       m_builder(std::move(builder)),
       m_config(std::move(config)),
@@ -65,11 +69,11 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
       m_eav(std::move(eav)),
       m_clients(std::move(clients)),
       m_state(std::move(state)),
-      m_receiver(std::move(receiver)),
-      m_publisher(std::move(publisher)),
-      m_api(std::move(api)),
+      m_endpoints(std::move(endpoints)),
+      m_outputs(m_endpoints ? m_endpoints->outputs() : outputs),
+      m_receiver(m_outputs.deliveries),
       m_log(log),
-      m_outbox(std::make_unique<outbox>(*m_publisher, *m_api)) {
+      m_outbox(std::make_unique<outbox>(*m_outputs.publications, *m_outputs.commands)) {
     m_driver = m_builder.build(
         m_messages, m_eav,
         [this](const model::dl_message& message) {
@@ -78,16 +82,17 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
         static_cast<int>(m_config.ul_dl_ttl), m_config.position);
     m_driver_protocol = m_driver->type_name();
     m_hw_pattern = QRegExp(m_driver->hw_pattern(), Qt::CaseInsensitive, QRegExp::RegExp);
-    connect(m_receiver.get(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
     m_batch.add_store(m_messages ? m_messages->write_batch() : nullptr);
     m_batch.add_store(m_eav ? m_eav->write_batch() : nullptr);
     m_batch.add_store(m_state ? m_state->write_batch() : nullptr);
     m_batch.add_store(m_clients ? m_clients->write_batch() : nullptr);
     m_store_watch = std::make_unique<store_watch>(m_messages ? m_messages->store_link() : nullptr, m_log);
     connect(m_store_watch.get(), &store_watch::returned, this, &Engiene::resumeAfterStore);
-    m_api->set_gate(&m_gate);
-    m_api->set_unit_runner([this](const std::function<void()>& work) { runAlone(work); });
-    connect(m_receiver.get(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
+    if (m_endpoints) {
+        connect(&m_endpoints->receiver(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
+        connect(&m_endpoints->receiver(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
+        attachCommandClient(m_endpoints->api());
+    }
     m_flush_timer.setSingleShot(true);
     m_flush_timer.setInterval(0);
     connect(&m_flush_timer, &QTimer::timeout, this, &Engiene::flushDeliveries);
@@ -107,8 +112,16 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
 
 Engiene::~Engiene() {
     commitAndSettle();
-    m_api->set_unit_runner(nullptr);
-    m_api->set_gate(nullptr);
+    if (m_api) {
+        m_api->set_unit_runner(nullptr);
+        m_api->set_gate(nullptr);
+    }
+}
+
+void Engiene::attachCommandClient(rabbit_api_man& api) {
+    m_api = &api;
+    m_api->set_gate(&m_gate);
+    m_api->set_unit_runner([this](const std::function<void()>& work) { runAlone(work); });
 }
 
 // The one place where a delivery's outcome is decided. Heartbeats are processed in full
@@ -222,7 +235,7 @@ void Engiene::afterStored(const char* step, const std::function<void()>& work) {
 }
 
 void Engiene::accept(const QJsonObject& message, quint64 deliveryTag) {
-    m_receiver->ack_message(deliveryTag, false);
+    m_receiver->ack_message(deliveryTag);
     // The line holds the whole message: not even built when the level leaves it out.
     if (m_log.level() < Info) {
         return;
@@ -282,7 +295,13 @@ void Engiene::onControllerTick() {
 QJsonObject Engiene::sendDlmessageRAW(const model::dl_message& message,
                                       std::shared_ptr<interfaces::IMessagesDatabase> messages,
                                       rabbit_api_man* api, QString payloadOverride) {
-    direct_sender sender(*api);
+    api_command_sender sender(*api);
+    return sendDlmessageRAW(message, std::move(messages), sender, std::move(payloadOverride));
+}
+
+QJsonObject Engiene::sendDlmessageRAW(const model::dl_message& message,
+                                      std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                                      command_sender& sender, QString payloadOverride) {
     return dl_sending::send_raw(message, *messages, sender, payloadOverride);
 }
 

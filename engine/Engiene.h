@@ -13,10 +13,12 @@
 #include "amqp/rabbit_receiver.h"
 #include "app/config.h"
 #include "app/logger.h"
+#include "engine/amqp_endpoints.h"
 #include "engine/delivery_batch.h"
 #include "engine/driver_builder.h"
 #include "engine/engine_services.h"
 #include "engine/outbox.h"
+#include "engine/output_sinks.h"
 #include "engine/store_watch.h"
 #include "interfaces/factories.h"
 #include "metrics/service_metrics.h"
@@ -39,6 +41,14 @@ public:
             std::shared_ptr<interfaces::IDriverState> state, std::unique_ptr<rabbit_receiver> receiver,
             std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> publisher,
             std::unique_ptr<rabbit_api_man> api, logger& log, QObject* parent = nullptr);
+    // The same over outputs of the caller's (which outlive the engine): deliveries are
+    // handed to onUlReceived and flushDeliveries by the caller; no broker is involved.
+    Engiene(DriverBuilder builder, EngineConfig config,
+            std::shared_ptr<interfaces::IMessagesDatabase> messages,
+            std::shared_ptr<interfaces::IEAVDatabase> eav,
+            std::shared_ptr<interfaces::IDeviceClientsDatabase> clients,
+            std::shared_ptr<interfaces::IDriverState> state, engine_outputs outputs, logger& log,
+            QObject* parent = nullptr);
     ~Engiene() override;
     Q_DISABLE_COPY(Engiene)
 
@@ -53,6 +63,9 @@ public:
     static QJsonObject sendDlmessageRAW(const model::dl_message& message,
                                         std::shared_ptr<interfaces::IMessagesDatabase> messages,
                                         rabbit_api_man* api, QString payloadOverride);
+    static QJsonObject sendDlmessageRAW(const model::dl_message& message,
+                                        std::shared_ptr<interfaces::IMessagesDatabase> messages,
+                                        command_sender& sender, QString payloadOverride);
     QJsonObject sendDlmessage(const model::dl_message& message);
 
     // IEngineServices
@@ -63,8 +76,11 @@ public:
     void send_command(const QString& type, const QJsonObject& data, const QString& routing_key) override;
 
     std::shared_ptr<interfaces::IDriver> driver() const { return m_driver; }
-    rabbit_api_man* api() const { return m_api.get(); }
-    rabbit_receiver* receiver() const { return m_receiver.get(); }
+    // The command client whose commands run as units of this engine; null without one.
+    rabbit_api_man* api() const { return m_api; }
+    // Has the command client run its commands one at a time with the engine's handling,
+    // each as a unit of its own; detached again when the engine goes.
+    void attachCommandClient(rabbit_api_man& api);
     const EngineConfig& config() const { return m_config; }
     const handling_gate& gate() const { return m_gate; }
     // What the service measures; the metrics endpoint reads it from another thread.
@@ -74,12 +90,13 @@ public:
 
 public Q_SLOTS:
     void onUlReceived(QJsonObject message, quint64 deliveryTag);
+    // Commits the store writes of the deliveries handled since the last flush, sends
+    // what they published, then acknowledges or rejects them. Called when the deliveries
+    // at hand are all handed over.
+    void flushDeliveries();
 
 private Q_SLOTS:
     void onControllerTick();
-    // Commits the store writes of the deliveries handled since the last flush, sends
-    // what they published, then acknowledges or rejects them.
-    void flushDeliveries();
     // Figures the loop samples (pending commands) and a cheap store probe when idle.
     void onMetricsTick();
 
@@ -94,6 +111,12 @@ private:
         service_metrics::uplink_type type = service_metrics::uplink_type::unknown;
         service_metrics::uplink_outcome verdict = service_metrics::uplink_outcome::rejected_bad;
     };
+    Engiene(DriverBuilder builder, EngineConfig config,
+            std::shared_ptr<interfaces::IMessagesDatabase> messages,
+            std::shared_ptr<interfaces::IEAVDatabase> eav,
+            std::shared_ptr<interfaces::IDeviceClientsDatabase> clients,
+            std::shared_ptr<interfaces::IDriverState> state, engine_outputs outputs,
+            std::unique_ptr<amqp_endpoints> endpoints, logger& log, QObject* parent);
     // A unit of work: store writes and outward messages kept or undone together.
     struct unit {
         std::size_t outbox_mark = 0;
@@ -162,9 +185,12 @@ private:
     std::shared_ptr<service_metrics> m_metrics = std::make_shared<service_metrics>();
     // Outlives the endpoints, whose waiting work refers to it.
     handling_gate m_gate;
-    std::unique_ptr<rabbit_receiver> m_receiver;
-    std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> m_publisher;
-    std::unique_ptr<rabbit_api_man> m_api;
+    // The broker's endpoints when the engine owns them; null over outputs of the caller's.
+    std::unique_ptr<amqp_endpoints> m_endpoints;
+    engine_outputs m_outputs;
+    // Where the deliveries are settled.
+    delivery_settler* m_receiver = nullptr;
+    rabbit_api_man* m_api = nullptr;
     logger& m_log;
     QTimer m_controller_timer;
     delivery_batch m_batch;

@@ -26,12 +26,15 @@ void watch(amqp::connection& link, const std::shared_ptr<service_metrics>& metri
 }  // namespace
 
 void Engiene::watchLinks() {
+    if (!m_endpoints) {
+        return;  // no broker links: the caller's outputs count for themselves
+    }
     using link = service_metrics::amqp_link;
-    watch(m_receiver->transport(), m_metrics, link::uplinks, this);
-    watch(m_publisher->transport(), m_metrics, link::clients, this);
-    watch(m_api->receiver_transport(), m_metrics, link::commands_in, this);
-    watch(m_api->publisher_transport(), m_metrics, link::commands_out, this);
-    m_publisher->set_counters(&m_metrics->publications(), &m_metrics->publications_dropped());
+    watch(m_endpoints->receiver().transport(), m_metrics, link::uplinks, this);
+    watch(m_endpoints->publisher().transport(), m_metrics, link::clients, this);
+    watch(m_endpoints->api().receiver_transport(), m_metrics, link::commands_in, this);
+    watch(m_endpoints->api().publisher_transport(), m_metrics, link::commands_out, this);
+    m_endpoints->publisher().set_counters(&m_metrics->publications(), &m_metrics->publications_dropped());
 }
 
 void Engiene::countSettled(const delivery_batch::delivery& delivery) {
@@ -48,7 +51,9 @@ void Engiene::countSettled(const delivery_batch::delivery& delivery) {
 }
 
 void Engiene::onMetricsTick() {
-    m_metrics->pending_commands().set(m_api->pending_count());
+    if (m_api) {
+        m_metrics->pending_commands().set(m_api->pending_count());
+    }
     // Handling in progress will tell soon enough whether the store answers.
     if (m_gate.busy() || m_batch.is_open() || m_metrics->ms_since_store_verdict() < store_probe_interval_ms) {
         return;

@@ -1,18 +1,10 @@
 #include "engine/outbox.h"
 
-#include <QJsonDocument>
-
-#include "amqp/rabbit_api_man.h"
-#include "amqp/rabbit_publisher.h"
 #include "metrics/metrics.h"
 
-namespace {
-const QString mime_type = QStringLiteral("text/plain");
-}  // namespace
-
-void outbox::publish(const QByteArray& body, const QString& routing_key) {
+void outbox::publish(const QByteArray& body, const QString& routing_key, const QString& mime_type) {
     send_or_hold(
-        [this, body, key = routing_key.toLatin1()] { m_publisher.publish_string(body, key, mime_type); });
+        [this, body, routing_key, mime_type] { m_publications.publish(body, routing_key, mime_type); });
 }
 
 void outbox::send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
@@ -22,11 +14,8 @@ void outbox::send_command(const QString& type, const QJsonObject& data, const QS
 
 void outbox::send_counted(const QString& type, const QJsonObject& data, const QString& routing_key,
                           int sharded, metrics::counter* sent) {
-    // The outcome of a downlink arrives later as a report of its own: nothing waits here.
     send_or_hold([this, type, data, routing_key, sharded, sent] {
-        m_api.send_cmd(
-            type, data, routing_key, [](const QJsonDocument&) { return true; }, [](const QString&) {},
-            sharded);
+        m_commands.send_command(type, data, routing_key, sharded);
         if (sent) {
             sent->inc();
         }
@@ -34,7 +23,7 @@ void outbox::send_counted(const QString& type, const QJsonObject& data, const QS
 }
 
 QString outbox::api_key() const {
-    return m_api.config().api_key;
+    return m_commands.api_key();
 }
 
 void outbox::send_or_hold(std::function<void()> send) {

@@ -6,8 +6,6 @@
 
 #include "engine/output_sinks.h"
 
-class rabbit_publisher_impl;
-class rabbit_api_man;
 namespace metrics {
 class counter;
 }
@@ -18,11 +16,12 @@ class counter;
 // the network server gets a downlink only after its record exists.
 class outbox : public publication_sink, public command_sender {
 public:
-    outbox(rabbit_publisher_impl& publisher, rabbit_api_man& api) : m_publisher(publisher), m_api(api) {}
+    outbox(publication_sink& publications, command_sender& commands)
+        : m_publications(publications), m_commands(commands) {}
     outbox(const outbox&) = delete;
     outbox& operator=(const outbox&) = delete;
 
-    void publish(const QByteArray& body, const QString& routing_key) override;
+    void publish(const QByteArray& body, const QString& routing_key, const QString& mime_type) override;
     void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
                       int sharded) override;
     QString api_key() const override;
@@ -44,8 +43,8 @@ public:
 private:
     void send_or_hold(std::function<void()> send);
 
-    rabbit_publisher_impl& m_publisher;
-    rabbit_api_man& m_api;
+    publication_sink& m_publications;
+    command_sender& m_commands;
     std::vector<std::function<void()>> m_held;
     bool m_holding = false;
 };

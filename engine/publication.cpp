@@ -109,12 +109,13 @@ QString record_route(const model::ul_message& stored, const model::eav_record& r
 
 void publish_message(const model::ul_message& message, const QString& client, int index,
                      publication_sink& sink, bool wrap) {
-    sink.publish(body(model::json_text(message), roll_type, wrap), roll_route(message, client, index));
+    sink.publish(body(model::json_text(message), roll_type, wrap), roll_route(message, client, index),
+                 mime_type);
 }
 
 void publish_record(const model::ul_message& stored, const model::eav_record& record, const QString& client,
                     int index, publication_sink& sink, bool wrap) {
-    sink.publish(record_body(record, wrap), record_route(stored, record, client, index));
+    sink.publish(record_body(record, wrap), record_route(stored, record, client, index), mime_type);
 }
 
 void publish_uplink(const model::ul_message& stored, const model::eav_list& records,
@@ -132,9 +133,9 @@ void publish_uplink(const model::ul_message& stored, const model::eav_list& reco
         size_t n = 0;
         for (const auto& record : records) {
             sink.publish(body(texts[n++], record_type(record), wrap),
-                         record_route(stored, record, client, index));
+                         record_route(stored, record, client, index), mime_type);
         }
-        sink.publish(body(roll_text, roll_type, wrap), roll_route(stored, client, index));
+        sink.publish(body(roll_text, roll_type, wrap), roll_route(stored, client, index), mime_type);
     }
 }
 

@@ -13,6 +13,8 @@ namespace publication {
 
 inline const char* const roll_template = "%1.%2.ul_roll.%3.%4.%5.%6";
 inline const char* const eav_template = "%1.%2.ul_eav.%3.%4.%5.%6";
+// Every publication goes out as text.
+inline const char* const mime_type = "text/plain";
 
 // Fills the template by successive single substitutions, each replacing the
 // lowest-numbered placeholder still present: a substituted text that itself holds a

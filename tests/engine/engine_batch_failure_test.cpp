@@ -91,7 +91,7 @@ TEST_F(EngineBatchFailure, AFailedCommitHandlesEachDeliveryAgainAloneAndRejectsO
     m_engine->onUlReceived(uplink(79), 3);
     EXPECT_TRUE(m_publisher->m_published.empty());  // nothing before the commit
 
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 3}));
     EXPECT_EQ(m_receiver->m_rejected, (std::vector<uint64_t>{2}));
     // The failed burst published nothing; each delivery handled again published once.
@@ -107,7 +107,7 @@ TEST_F(EngineBatchFailure, ADeliveryThatCannotBeStoredAloneIsRejectedAndNamed) {
     m_batch.m_fail_commits = 2;  // the burst's commit, then the first delivery's own
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(78), 2);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{2}));
     EXPECT_EQ(m_receiver->m_rejected, (std::vector<uint64_t>{1}));
     EXPECT_EQ(roll_publications(), 1);

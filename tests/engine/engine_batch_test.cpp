@@ -35,7 +35,7 @@ TEST_F(EngineBatch, ABurstIsCommittedBeforeAnyOfItIsSettled) {
     EXPECT_TRUE(m_receiver->m_rejected.empty());
     EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages"), "0");
 
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1}));
     EXPECT_EQ(m_receiver->m_rejected, (std::vector<uint64_t>{2, 3, 4}));
     // The failed uplink's saved message went with it; its neighbours' writes stayed.

@@ -85,7 +85,7 @@ TEST_F(EngineGuarantees, ADeliveryArrivingWhileThePublisherWaitsIsHandledAfterwa
         }
     };
     m_engine->onUlReceived(uplink(77), 1);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     ASSERT_TRUE(settled(2));
 
     EXPECT_TRUE(nested);  // it really arrived during the wait
@@ -104,7 +104,7 @@ TEST_F(EngineGuarantees, StepsAfterStoringNeverEraseTheUplink) {
     queue_entry_waiting_for("no-such-downlink");
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(77), 2);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
 
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2}));
     EXPECT_EQ(stored_modems(), "77,77");
@@ -130,7 +130,7 @@ TEST_F(EngineGuarantees, AQueuedDownlinkLeavesOnlyAfterItsRecordIsCommitted) {
                                       sent.data.value("status_id").toString() + "'");
     };
     m_engine->onUlReceived(uplink(77), 1);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !m_api->m_sent.empty(); }, 1000));
 
     ASSERT_EQ(m_api->m_sent.size(), 1u);
@@ -156,7 +156,7 @@ TEST_F(EngineGuarantees, ACommandIsAUnitOfItsOwnBetweenBursts) {
 
     m_engine->api()->listen(command("undone", true), 11);
     m_engine->onUlReceived(uplink(78), 2);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_TRUE(state()->get(500, "undone").isUndefined());
     EXPECT_EQ(state()->get(500, "done").toInt(), 1);
     EXPECT_TRUE(log_text().contains("error while parse income message :half-way"));
@@ -177,7 +177,7 @@ TEST_F(EngineGuarantees, WaitingForThePublisherBurnsNoCpuAndHoldsNoWriteLock) {
     wall.start();
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(78), 2);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     ASSERT_TRUE(settled(2));
     const double cpu = process_cpu_seconds() - cpu_before;
 
@@ -193,7 +193,7 @@ TEST_F(EngineGuarantees, WaitingForThePublisherBurnsNoCpuAndHoldsNoWriteLock) {
 TEST_F(EngineGuarantees, AnUplinkDeliveredAgainAfterItsCommitIsStoredOnce) {
     make_engine();
     m_engine->onUlReceived(uplink(77), 1);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     ASSERT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1}));
     const std::size_t published = m_publisher->m_published.size();
     const int controller_calls = m_driver->m_controller_calls;
@@ -203,7 +203,7 @@ TEST_F(EngineGuarantees, AnUplinkDeliveredAgainAfterItsCommitIsStoredOnce) {
     QJsonObject other_iterator = uplink(77);
     other_iterator["iterator"] = 8;
     m_engine->onUlReceived(other_iterator, 3);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
 
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2, 3}));
     EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages WHERE modem_id = 77 AND iterator = 7"), "1");

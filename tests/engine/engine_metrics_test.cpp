@@ -119,7 +119,7 @@ TEST_F(EngineMetrics, ABurstIsOneCommitOfItsSize) {
     m_engine->onUlReceived(uplink(78), 2);
     m_engine->onUlReceived(uplink(79), 3);
     EXPECT_EQ(uplinks(type::ul_app, outcome::acked), 0);  // nothing settled before the commit
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_EQ(uplinks(type::ul_app, outcome::acked), 3);
     const metrics::histogram::snapshot sizes = metrics().batch_size().read();
     EXPECT_EQ(sizes.count, 1u);
@@ -135,7 +135,7 @@ TEST_F(EngineMetrics, AFailedCommitCountsAsAStoreErrorUntilTheStoreAnswersAgain)
     batch.m_fail_commits = 2;  // the burst's, then the first delivery's own
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(78), 2);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_EQ(metrics().store_errors().value(), 2);
     EXPECT_EQ(uplinks(type::ul_app, outcome::rejected_error), 1);
     EXPECT_EQ(uplinks(type::ul_app, outcome::acked), 1);
@@ -145,7 +145,7 @@ TEST_F(EngineMetrics, AFailedCommitCountsAsAStoreErrorUntilTheStoreAnswersAgain)
     batch.m_fail_commits = 1;
     m_engine->onUlReceived(uplink(80), 3);
     batch.m_fail_commits = 3;  // the burst's and the delivery's own
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_FALSE(metrics().store_up());
     EXPECT_TRUE(metrics().health().body.contains("\"store_error\":\"disk I/O error\""));
 }

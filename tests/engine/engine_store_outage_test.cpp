@@ -237,7 +237,7 @@ TEST_F(EngineStoreOutage, AnOutageAtTheCommitRequeuesTheBurst) {
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(78), 2);
     m_server.down = true;
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
 
     EXPECT_EQ(m_receiver->m_requeued, (std::vector<uint64_t>{1, 2}));
     EXPECT_TRUE(m_receiver->m_acked.empty());
@@ -277,7 +277,7 @@ TEST_F(EngineStoreOutage, TheConsumerResumesByItselfWhenTheServerIsBackAndNothin
     // The broker delivers the requeued uplinks again.
     m_engine->onUlReceived(uplink(77), 11);
     m_engine->onUlReceived(uplink(78), 12);
-    Q_EMIT m_receiver->drained();
+    m_engine->flushDeliveries();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{11, 12}));
     EXPECT_TRUE(m_receiver->m_rejected.empty());
     EXPECT_EQ(stored(77), 1);

@@ -90,7 +90,7 @@ TEST_F(EngineFixture, RawDownlinkIsStoredAndSentToTheNetworkServer) {
     message.modem_id = 77;
     message.dl_phy = 5;
     message.protocol = "proto7";
-    const QJsonObject result = m_engine->sendDlmessageRAW(message, messages(), m_api, QString());
+    const QJsonObject result = m_engine->sendDlmessageRAW(message, messages(), *m_api, QString());
 
     ASSERT_EQ(m_api->m_sent.size(), 1u);
     const auto& sent = m_api->m_sent[0];
