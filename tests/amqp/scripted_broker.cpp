@@ -227,6 +227,17 @@ void scripted_broker::answer(const frame& f) {
         case (60u << 16) | 20:  // basic.consume -> consume-ok
             send(method(ch, 60, 21, short_string("ctag-1")));
             return;
+        case (60u << 16) | 30: {  // basic.cancel -> cancel-ok with the same tag
+            const int length = uint8_t(f.payload.at(4));
+            send(method(ch, 60, 31, short_string(f.payload.mid(5, length))));
+            return;
+        }
+        case (40u << 16) | 10:  // exchange.declare -> declare-ok
+            send(method(ch, 40, 11, QByteArray()));
+            return;
+        case (85u << 16) | 10:  // confirm.select -> select-ok
+            send(method(ch, 85, 11, QByteArray()));
+            return;
         default:
             return;
     }
