@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "amqp/amqp_connection.h"
+#include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
 #include "amqp_test_support.h"
 #include "scripted_broker.h"
@@ -221,4 +222,50 @@ TEST_F(amqp_protocol, the_receiver_sets_up_its_queue_and_acknowledges_by_deliver
             return false;
         },
         5000));
+}
+
+// A publication into an exchange the broker refuses costs its channel, not the connection:
+// the next publication goes out on a channel opened again.
+TEST_F(amqp_protocol, the_publisher_reopens_its_channel_after_the_broker_closed_it) {
+    m_broker = std::make_unique<scripted_broker>();
+    rabbit_publisher_config cfg;
+    cfg.url = m_broker->url();
+    cfg.exchange = "no.such.exchange";
+    cfg.vhost = "/";
+    cfg.heartbeat = 0;
+    rabbit_publisher_impl publisher(m_log.get(), cfg);
+    ASSERT_TRUE(amqp_test::wait_for([&] { return publisher.is_connected(); }, 10000));
+    auto publishes_on = [&](const QByteArray& body) {
+        int channel = -1;
+        for (const auto& f : m_broker->frames()) {
+            if (f.type == 1 && f.class_id() == 60 && f.method_id() == 40) {
+                channel = f.channel;
+            }
+            if (f.type == 3 && f.payload == body) {
+                return channel;
+            }
+        }
+        return -1;
+    };
+    publisher.publish_string("one", "k", "text/plain");
+    publisher.transport().flush_writes();
+    ASSERT_TRUE(amqp_test::wait_for([&] { return publishes_on("one") > 0; }, 5000));
+    const int first = publishes_on("one");
+    m_broker->send(sb::method(uint16_t(first), 20, 40,
+                              sb::short_uint(404) +
+                                  sb::short_string("NOT_FOUND - no exchange 'no.such.exchange'") +
+                                  sb::short_uint(60) + sb::short_uint(40)));
+    ASSERT_TRUE(amqp_test::wait_for([&] { return m_broker->received(20, 41, first); }, 5000));
+
+    publisher.publish_string("two", "k", "text/plain");
+    publisher.transport().flush_writes();
+    ASSERT_TRUE(amqp_test::wait_for([&] { return publishes_on("two") > 0; }, 5000));
+    int opens = 0;
+    for (const auto& f : m_broker->frames()) {
+        opens += f.type == 1 && f.class_id() == 20 && f.method_id() == 10 ? 1 : 0;
+    }
+    EXPECT_EQ(opens, 2);  // the set-up's channel, then the one opened again
+    EXPECT_TRUE(publisher.is_connected());
+    EXPECT_EQ(publisher.transport().generation(), 1u);
+    EXPECT_EQ(m_log.count("404 NOT_FOUND - no exchange 'no.such.exchange'"), 1);
 }
