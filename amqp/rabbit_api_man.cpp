@@ -9,6 +9,7 @@
 #include <exception>
 #include <map>
 
+#include "amqp/command_outcome.h"
 #include "amqp/handling_gate.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
@@ -45,10 +46,6 @@ QByteArray compact(const QJsonObject& object) {
 }
 
 const QString response_type = "response";
-
-QJsonObject store_unavailable_reply() {
-    return QJsonObject{{"status", "fail"}, {"error", "store unavailable"}};
-}
 const QString mime_type = "text/plain";
 
 }  // namespace
@@ -86,10 +83,13 @@ struct rabbit_api_man::impl {
     void timed_out(const QUuid& id);
     void handle_response(const api_message& message, uint64_t tag);
     void handle_command(const api_message& message, uint64_t tag, bool redelivered);
+    // Runs the command if it may run; `handler` keeps the handler until its reply is out.
+    command_outcome run_command(const api_message& message, bool redelivered,
+                                std::shared_ptr<ICommandHandler>& handler);
+    // Logs, replies and settles as the outcome says.
+    void conclude(const api_message& message, uint64_t tag, const command_outcome& outcome);
     // Counts the runs of a command; false when it has run twice already.
     bool may_run(const api_message& message, bool redelivered);
-    // True when the command was refused (and so answered and settled).
-    bool refused(const api_message& message, uint64_t tag);
     void reply(const api_message& message, const QJsonObject& result);
     void served(const QString& name, const char* outcome, std::chrono::steady_clock::time_point start) const {
         if (observe) {
@@ -238,23 +238,18 @@ void rabbit_api_man::serve(const QJsonObject& json, uint64_t message_tag, bool r
         return;
     }
     handling_gate::entry in(d.gate);
+    api_message message;
     try {
-        api_message message = api_message::from_json(json);
+        message = api_message::from_json(json);
         message.user_id = user_id;
         if (message.msg_type == response_type) {
             d.handle_response(message, message_tag);
         } else {
             d.handle_command(message, message_tag, redelivered);
         }
-    } catch (const std::exception& e) {
-        log_line(d.log, Error) << "error while parse income message :" << e.what();
-        d.receiver->reject_message(message_tag);
     } catch (...) {
-        // Handlers must throw standard exceptions; anything else still must not leave the
-        // delivery unsettled.
-        log_line(d.log, Error) << "error while parse income message :"
-                               << "unknown exception";
-        d.receiver->reject_message(message_tag);
+        // Whatever was thrown (a text, something else): the delivery is never left unsettled.
+        d.conclude(message, message_tag, command_outcome::failed(caught_failure::current()));
     }
 }
 
@@ -305,21 +300,6 @@ bool rabbit_api_man::impl::may_run(const api_message& message, bool redelivered)
     return true;
 }
 
-bool rabbit_api_man::impl::refused(const api_message& message, uint64_t tag) {
-    if (!may_access || may_access(message)) {
-        return false;
-    }
-    // Never the body: it may hold what the sender must not see logged.
-    log_line(log, Warning) << "command " << message.msg_type << " from user \""
-                           << (message.user_id.isEmpty() ? QStringLiteral("(none)") : message.user_id)
-                           << "\" refused: not allowed; sender key \"" << message.sender << "\"";
-    QJsonObject forbidden;
-    forbidden.insert("status", "forbidden");
-    reply(message, forbidden);
-    receiver->ack_message(tag, false);
-    return true;
-}
-
 void rabbit_api_man::impl::reply(const api_message& message, const QJsonObject& result) {
     if (message.sender.isEmpty()) {
         return;
@@ -333,50 +313,54 @@ void rabbit_api_man::impl::reply(const api_message& message, const QJsonObject& 
 
 void rabbit_api_man::impl::handle_command(const api_message& message, uint64_t tag, bool redelivered) {
     const auto start = std::chrono::steady_clock::now();
-    if (refused(message, tag)) {
-        served(message.msg_type, "forbidden", start);
-        return;
+    std::shared_ptr<ICommandHandler> handler;
+    const command_outcome outcome = run_command(message, redelivered, handler);
+    conclude(message, tag, outcome);
+    served(message.msg_type, outcome.name, start);
+}
+
+command_outcome rabbit_api_man::impl::run_command(const api_message& message, bool redelivered,
+                                                  std::shared_ptr<ICommandHandler>& handler) {
+    if (may_access && !may_access(message)) {
+        return command_outcome::forbidden(message.msg_type, message.user_id, message.sender);
     }
     if (!may_run(message, redelivered)) {
         // Twice its connection was lost before it could be settled (a poison command that
         // outlasts the link): a third run would only do the same.
-        log_line(log, Error) << "command " << message.msg_type << " " << message.cmd_id.toString()
-                             << " delivered again after " << QString::number(most_runs)
-                             << " runs that could not be settled; rejected without running it again";
-        receiver->reject_message(tag);
-        served(message.msg_type, "repeated", start);
-        return;
+        return command_outcome::repeated(message.msg_type, message.cmd_id.toString(), most_runs);
     }
-    std::shared_ptr<ICommandHandler> handler;
     try {
         handler = factory(message.msg_type);
+        if (!handler) {
+            throw std::runtime_error((message.msg_type + " has no handler").toStdString());
+        }
     } catch (...) {
-        served(message.msg_type, "unknown", start);
-        throw;
-    }
-    if (!handler) {
-        served(message.msg_type, "unknown", start);
-        throw std::runtime_error((message.msg_type + " has no handler").toStdString());
+        return command_outcome::unknown(caught_failure::current());
     }
     // The reply and the acknowledgement go out only once the command's writes are stored.
-    QJsonObject result;
     try {
+        QJsonObject result;
         run_unit([&] { result = handler->execute(message); });
+        return command_outcome::answered(result);
     } catch (const interfaces::store_unavailable& e) {
-        // Answered at once rather than requeued: the command queue keeps being consumed
-        // during an outage (commands without the store still run), so a requeued command
-        // would only come straight back. Nothing it wrote or sent is kept.
-        log_line(log, Warning) << "command " << message.msg_type << " " << message.cmd_id.toString()
-                               << " not run: store unavailable (" << e.what() << ")";
-        reply(message, store_unavailable_reply());
-        receiver->ack_message(tag, false);
-        served(message.msg_type, "error", start);
-        return;
+        return command_outcome::store_unavailable(message.msg_type, message.cmd_id.toString(),
+                                                  QString::fromUtf8(e.what()));
     } catch (...) {
-        served(message.msg_type, "error", start);
-        throw;
+        return command_outcome::failed(caught_failure::current());
     }
-    reply(message, result);
-    served(message.msg_type, "ok", start);
-    receiver->ack_message(tag, false);
+}
+
+void rabbit_api_man::impl::conclude(const api_message& message, uint64_t tag,
+                                    const command_outcome& outcome) {
+    if (outcome.log_level != Off) {
+        log_line(log, outcome.log_level) << outcome.log_text;
+    }
+    if (outcome.replies) {
+        reply(message, outcome.reply);
+    }
+    if (outcome.acknowledged) {
+        receiver->ack_message(tag, false);
+    } else {
+        receiver->reject_message(tag);
+    }
 }

@@ -148,6 +148,7 @@ std::unique_ptr<QObject> compose_service(const startup_records& records) {
                                             context->eav, context->clients, context->state,
                                             std::move(receiver), std::move(publisher), std::move(api), log);
     context->driver = engine->driver();
+    context->acceptance = engine->acceptance();
     context->engine = engine.get();
     start_metrics(records, *engine, *graph);
     graph->set_engine(std::move(engine));

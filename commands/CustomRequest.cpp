@@ -8,16 +8,14 @@ CustomRequest::CustomRequest(std::shared_ptr<command_context> context) : m_conte
 
 QJsonObject CustomRequest::execute(const api_message& message) {
     const QJsonObject body = handler_support::command_body(message, *m_context, "custom_request");
-    return handler_support::with_std_errors([&] {
-        const model::custom_query query = own_modems_only(read_query(body));
-        if (!query.instance.isEmpty()) {
-            return for_named_instance(query);
-        }
-        if (query.modem_id.isEmpty()) {
-            return QJsonObject();
-        }
-        return m_context->driver->custom_query(query);
-    });
+    const model::custom_query query = own_modems_only(read_query(body));
+    if (!query.instance.isEmpty()) {
+        return for_named_instance(query);
+    }
+    if (query.modem_id.isEmpty()) {
+        return QJsonObject();
+    }
+    return m_context->driver->custom_query(query);
 }
 
 void CustomRequest::on_roll(model::ul_message) {}

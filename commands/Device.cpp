@@ -9,14 +9,12 @@ Device::Device(std::shared_ptr<command_context> context) : m_context(std::move(c
 
 QJsonObject Device::execute(const api_message& message) {
     const QJsonObject body = handler_support::command_body(message, *m_context, "device");
-    return handler_support::with_std_errors([&] {
-        const model::roll_query query = read_query(body);
-        keyed_reply reply;
-        for (int id : query.modem_id) {
-            reply.insert(id, describe_modem(query, id));
-        }
-        return reply.take();
-    });
+    const model::roll_query query = read_query(body);
+    keyed_reply reply;
+    for (int id : query.modem_id) {
+        reply.insert(id, describe_modem(query, id));
+    }
+    return reply.take();
 }
 
 // Only the last stored uplink is wanted, whatever limit the client sent: one record,

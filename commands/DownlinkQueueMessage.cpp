@@ -12,7 +12,7 @@ DownlinkQueueMessage::DownlinkQueueMessage(std::shared_ptr<command_context> cont
 
 QJsonObject DownlinkQueueMessage::execute(const api_message& message) {
     const QJsonObject body = handler_support::command_body(message, *m_context, "dl_queue");
-    return handler_support::with_std_errors([&] { return run(body); });
+    return run(body);
 }
 
 QJsonObject DownlinkQueueMessage::run(const QJsonObject& body) {

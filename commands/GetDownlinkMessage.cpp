@@ -12,7 +12,7 @@ GetDownlinkMessage::GetDownlinkMessage(std::shared_ptr<command_context> context)
 
 QJsonObject GetDownlinkMessage::execute(const api_message& message) {
     const QJsonObject body = handler_support::command_body(message, *m_context, "get_dl_msg");
-    return handler_support::with_std_errors([&] { return to_reply(query_store(body)); });
+    return to_reply(query_store(body));
 }
 
 // Queried even when no modem is left after the ownership check.

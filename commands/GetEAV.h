@@ -21,12 +21,10 @@ public:
     explicit GetEAV(std::shared_ptr<command_context> context) : m_context(std::move(context)) {}
 
     QJsonObject execute(const api_message& message) override {
-        return handler_support::with_std_errors([&] {
-            const model::value_query query = read_query(message);
-            model::per_modem<T> records = load(query);
-            step_thinning::thin(records, query);
-            return history_reply::consume(records);
-        });
+        const model::value_query query = read_query(message);
+        model::per_modem<T> records = load(query);
+        step_thinning::thin(records, query);
+        return history_reply::consume(records);
     }
 
     // The command name, for diagnostics.

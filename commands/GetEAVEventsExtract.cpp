@@ -9,11 +9,9 @@ GetEAVEventsExtract::GetEAVEventsExtract(std::shared_ptr<command_context> contex
     : m_context(std::move(context)) {}
 
 QJsonObject GetEAVEventsExtract::execute(const api_message& message) {
-    return handler_support::with_std_errors([&] {
-        const model::value_query query = read_query(message);
-        model::per_modem<model::dev_event> records = load(query);
-        return history_reply::consume(records);
-    });
+    const model::value_query query = read_query(message);
+    model::per_modem<model::dev_event> records = load(query);
+    return history_reply::consume(records);
 }
 
 model::value_query GetEAVEventsExtract::read_query(const api_message& message) const {

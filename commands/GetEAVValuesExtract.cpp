@@ -9,11 +9,9 @@ GetEAVValuesExtract::GetEAVValuesExtract(std::shared_ptr<command_context> contex
     : m_context(std::move(context)) {}
 
 QJsonObject GetEAVValuesExtract::execute(const api_message& message) {
-    return handler_support::with_std_errors([&] {
-        const model::value_query query = read_query(message);
-        model::per_modem<model::dev_value> records = load(query);
-        return history_reply::consume(records);
-    });
+    const model::value_query query = read_query(message);
+    model::per_modem<model::dev_value> records = load(query);
+    return history_reply::consume(records);
 }
 
 model::value_query GetEAVValuesExtract::read_query(const api_message& message) const {

@@ -17,13 +17,11 @@ QJsonObject GetIDs::execute(const api_message& message) {
     if (!filters_pass(hw_type, protocol)) {
         return QJsonObject();
     }
-    return handler_support::with_std_errors([&] {
-        return QJsonObject{{protocol + ":" + hw_type, listed_ids(hw_type, protocol)}};
-    });
+    return QJsonObject{{protocol + ":" + hw_type, listed_ids(hw_type, protocol)}};
 }
 
 bool GetIDs::filters_pass(const QString& hw_type, const QString& protocol) const {
-    const interfaces::IDriver& driver = *m_context->driver;
+    const driver_acceptance& driver = *m_context->acceptance;
     return device_filters::hw_type_passes(driver, hw_type) &&
            device_filters::protocol_passes(driver, protocol);
 }

@@ -11,15 +11,13 @@ GetMetadata::GetMetadata(std::shared_ptr<command_context> context) : m_context(s
 
 QJsonObject GetMetadata::execute(const api_message& message) {
     const QJsonObject body = handler_support::command_body(message, *m_context, "get_metadata");
-    return handler_support::with_std_errors([&] {
-        if (body.contains("modem_id")) {
-            return per_modem(body);
-        }
-        if (body.contains("hw_type") && body.contains("protocol")) {
-            return per_hw_type(body);
-        }
-        return QJsonObject();
-    });
+    if (body.contains("modem_id")) {
+        return per_modem(body);
+    }
+    if (body.contains("hw_type") && body.contains("protocol")) {
+        return per_hw_type(body);
+    }
+    return QJsonObject();
 }
 
 QJsonObject GetMetadata::per_modem(const QJsonObject& body) const {
@@ -35,7 +33,7 @@ QJsonObject GetMetadata::per_modem(const QJsonObject& body) const {
 QJsonObject GetMetadata::per_hw_type(const QJsonObject& body) const {
     const QString hw_type = body.value("hw_type").toString();
     const QString protocol = body.value("protocol").toString();
-    const interfaces::IDriver& driver = *m_context->driver;
+    const driver_acceptance& driver = *m_context->acceptance;
     if (!device_filters::hw_type_passes(driver, hw_type) ||
         !device_filters::protocol_passes(driver, protocol)) {
         return QJsonObject();

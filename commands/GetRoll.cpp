@@ -8,11 +8,9 @@
 GetRoll::GetRoll(std::shared_ptr<command_context> context) : m_context(std::move(context)) {}
 
 QJsonObject GetRoll::execute(const api_message& message) {
-    return handler_support::with_std_errors([&] {
-        const model::roll_query query = read_query(message);
-        model::per_modem<model::ul_message> messages = load(query);
-        return history_reply::consume(messages);
-    });
+    const model::roll_query query = read_query(message);
+    model::per_modem<model::ul_message> messages = load(query);
+    return history_reply::consume(messages);
 }
 
 model::roll_query GetRoll::read_query(const api_message& message) const {

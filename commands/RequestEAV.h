@@ -23,13 +23,11 @@ public:
     explicit RequestEAV(std::shared_ptr<command_context> context) : m_context(std::move(context)) {}
 
     QJsonObject execute(const api_message& message) override {
-        return handler_support::with_std_errors([&] {
-            const model::value_query query = read_query(message);
-            if (!query.modem_id.isEmpty()) {
-                publish(load(query));
-            }
-            return modem_ok_reply(query.modem_id);
-        });
+        const model::value_query query = read_query(message);
+        if (!query.modem_id.isEmpty()) {
+            publish(load(query));
+        }
+        return modem_ok_reply(query.modem_id);
     }
 
     // The command name, for diagnostics.

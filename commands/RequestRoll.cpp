@@ -11,13 +11,11 @@
 RequestRoll::RequestRoll(std::shared_ptr<command_context> context) : m_context(std::move(context)) {}
 
 QJsonObject RequestRoll::execute(const api_message& message) {
-    return handler_support::with_std_errors([&] {
-        const model::roll_query query = read_query(message);
-        if (!query.modem_id.isEmpty()) {
-            publish(load(query));
-        }
-        return modem_ok_reply(query.modem_id);
-    });
+    const model::roll_query query = read_query(message);
+    if (!query.modem_id.isEmpty()) {
+        publish(load(query));
+    }
+    return modem_ok_reply(query.modem_id);
 }
 
 model::roll_query RequestRoll::read_query(const api_message& message) const {

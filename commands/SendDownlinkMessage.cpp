@@ -16,7 +16,7 @@ QJsonObject SendDownlinkMessage::execute(const api_message& message) {
     if (!body.contains("modem_id") || !body.contains("data")) {
         return handler_support::fail_reply();
     }
-    return handler_support::with_std_errors([&] { return send_to_modems(request, body); });
+    return send_to_modems(request, body);
 }
 
 model::dl_message SendDownlinkMessage::read_request(const QJsonObject& body) const {
@@ -36,7 +36,7 @@ model::dl_message SendDownlinkMessage::read_request(const QJsonObject& body) con
 
 QJsonObject SendDownlinkMessage::send_to_modem(const model::dl_message& request) const {
     try {
-        return m_context->engine->send_downlink(request);
+        return m_context->engine->sendDlmessage(request);
     } catch (const downlink_refused& e) {
         // Only this modem's downlink could not be built; store failures still end the command.
         const QString why = QString::fromStdString(e.what());

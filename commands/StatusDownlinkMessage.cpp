@@ -2,7 +2,9 @@
 
 #include <QJsonArray>
 
+#include "app/caught_failure.h"
 #include "commands/handler_support.h"
+#include "interfaces/IStoreLink.h"
 #include "model/json.h"
 
 StatusDownlinkMessage::StatusDownlinkMessage(std::shared_ptr<command_context> context)
@@ -21,11 +23,14 @@ QJsonObject StatusDownlinkMessage::execute(const api_message& message) {
     return reply;
 }
 
-// The message's JSON form, or the text the store threw for an id it does not know.
+// The message's JSON form, or the text the store threw for an id it does not know. A
+// store whose server is away fails the whole command: that is no answer about this id.
 QJsonValue StatusDownlinkMessage::lookup(const QString& db_id) const {
     try {
         return model::to_json(m_context->messages->dl().get(db_id));
-    } catch (const QString& error) {
-        return error;
+    } catch (const interfaces::store_unavailable&) {
+        throw;
+    } catch (...) {
+        return caught_failure::current().message();
     }
 }

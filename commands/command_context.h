@@ -24,11 +24,13 @@ struct command_context {
     std::shared_ptr<interfaces::IDriverState> state;
     std::shared_ptr<interfaces::IDeviceClientsDatabase> clients;
     std::shared_ptr<interfaces::IDriver> driver;
+    // The driver's acceptance rule, compiled once with the driver (the engine's).
+    std::shared_ptr<const driver_acceptance> acceptance;
     IEngineServices* engine = nullptr;
     // Routing-key prefix under which the network server re-delivers requested history.
     QString history_routing_key_prefix;
 
     ownership owner() const {
-        return ownership(driver, clients, messages, engine_config.settings.check_is_mine);
+        return ownership(acceptance, clients, messages, engine_config.settings.check_is_mine);
     }
 };

@@ -1,19 +1,17 @@
 #include "commands/device_filters.h"
 
-#include <QRegExp>
-
 namespace device_filters {
 
-bool hw_type_passes(const interfaces::IDriver& driver, const QString& hw_type) {
-    if (hw_type == "*") {
-        return true;
-    }
-    QRegExp pattern(driver.hw_pattern(), Qt::CaseInsensitive, QRegExp::RegExp);
-    return pattern.exactMatch(hw_type);
+namespace {
+const QString any = QStringLiteral("*");
+}  // namespace
+
+bool hw_type_passes(const driver_acceptance& driver, const QString& hw_type) {
+    return hw_type == any || driver.accepts_hw_type(hw_type);
 }
 
-bool protocol_passes(const interfaces::IDriver& driver, const QString& protocol) {
-    return protocol == "*" || protocol == driver.type_name();
+bool protocol_passes(const driver_acceptance& driver, const QString& protocol) {
+    return protocol == any || driver.accepts_protocol(protocol);
 }
 
 }  // namespace device_filters

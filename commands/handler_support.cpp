@@ -1,7 +1,5 @@
 #include "commands/handler_support.h"
 
-#include <stdexcept>
-
 namespace handler_support {
 
 void log_error(const command_context& context, const QString& text) {
@@ -19,14 +17,6 @@ QJsonObject command_body(const api_message& message, const command_context& cont
 
 QJsonObject fail_reply() {
     return QJsonObject{{"status", "fail"}};
-}
-
-QJsonObject with_std_errors(const std::function<QJsonObject()>& step) {
-    try {
-        return step();
-    } catch (const QString& text) {
-        throw std::runtime_error(text.toStdString());
-    }
 }
 
 }  // namespace handler_support

@@ -2,7 +2,6 @@
 
 #include <QJsonObject>
 #include <QString>
-#include <functional>
 
 #include "amqp/api_message.h"
 #include "commands/command_context.h"
@@ -19,9 +18,5 @@ QJsonObject command_body(const api_message& message, const command_context& cont
 
 // {"status": "fail"}: the answer to a request that lacks a mandatory key.
 QJsonObject fail_reply();
-
-// Runs a handler step. Stores report failures by throwing a QString, which the command
-// dispatcher cannot catch; such a text is re-thrown as std::runtime_error.
-QJsonObject with_std_errors(const std::function<QJsonObject()>& step);
 
 }  // namespace handler_support

@@ -3,10 +3,10 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QTextStream>
+#include <optional>
 
 #include "engine/debug_timing.h"
 #include "engine/dl_sending.h"
-#include "engine/ownership.h"
 #include "engine/publication.h"
 #include "model/json.h"
 
@@ -80,8 +80,7 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
             return sendDriverBuilt(message, service_metrics::dl_source::driver);
         },
         static_cast<int>(m_config.ul_dl_ttl), m_config.position);
-    m_driver_protocol = m_driver->type_name();
-    m_hw_pattern = QRegExp(m_driver->hw_pattern(), Qt::CaseInsensitive, QRegExp::RegExp);
+    m_acceptance = std::make_shared<const driver_acceptance>(*m_driver);
     m_batch.add_store(m_messages ? m_messages->write_batch() : nullptr);
     m_batch.add_store(m_eav ? m_eav->write_batch() : nullptr);
     m_batch.add_store(m_state ? m_state->write_batch() : nullptr);
@@ -169,15 +168,9 @@ Engiene::handling_result Engiene::handle(const QJsonObject& message, quint64 del
         return {outcome::reject, {}, kind, verdict::rejected_bad};
     } catch (const interfaces::store_unavailable& e) {
         return {outcome::store_away, QString::fromUtf8(e.what()), kind, verdict::requeued};
-    } catch (const std::exception& e) {
-        return {outcome::reject_and_undo,
-                failureLine(QString("Std::exception: ") + e.what(), deliveryTag, message, &parsed), kind,
-                verdict::rejected_error};
-    } catch (const QString& text) {
-        return {outcome::reject_and_undo, failureLine("QString: " + text, deliveryTag, message, nullptr),
-                kind, verdict::rejected_error};
     } catch (...) {
-        return {outcome::reject_and_undo, failureLine(QString(), deliveryTag, message, nullptr), kind,
+        return {outcome::reject_and_undo,
+                failureLine(caught_failure::current(), deliveryTag, message, &parsed), kind,
                 verdict::rejected_error};
     }
 }
@@ -210,27 +203,23 @@ void Engiene::afterAccepted(const controller_event& event) {
 
 void Engiene::afterStored(const char* step, const std::function<void()>& work) {
     const unit u = beginUnit();
-    QString failure;
+    std::optional<caught_failure> failure;
     try {
         work();
     } catch (const interfaces::store_unavailable&) {
         // Not this step's fault: the whole delivery goes back to its queue.
         throw;
-    } catch (const std::exception& e) {
-        failure = QString::fromUtf8(e.what());
-    } catch (const QString& text) {
-        failure = text;
     } catch (...) {
-        failure = "unknown exception";
+        failure = caught_failure::current();
     }
-    if (!endUnit(u, failure.isEmpty())) {
+    if (!endUnit(u, !failure)) {
         throw std::runtime_error("the store lost the transaction of the burst");
     }
-    if (!failure.isEmpty()) {
+    if (failure) {
         log_line(m_log, Error) << "instance: " << QString::number(m_config.position)
                                << " message tag: " << static_cast<uint64_t>(m_handling_tag) << " step \""
                                << step << "\" failed after the message was stored, its own writes undone: "
-                               << failure;
+                               << failure->message();
     }
 }
 
@@ -245,26 +234,29 @@ void Engiene::accept(const QJsonObject& message, quint64 deliveryTag) {
                           << " accepted: " << compact(message);
 }
 
-QString Engiene::failureLine(const QString& what, quint64 deliveryTag, const QJsonObject& message,
-                             const model::ul_message* parsed) const {
-    QString line = "onUlReceived throw catch. ";
-    if (what.isEmpty()) {
-        return line + "Message_tag: " + QString::number(deliveryTag) + " message: " + compact(message);
+// The Error line of a delivery whose handling threw; only a standard exception shows the
+// parsed record.
+QString Engiene::failureLine(const caught_failure& failure, quint64 deliveryTag, const QJsonObject& message,
+                             const model::ul_message* parsed) {
+    const QString tag = QString::number(deliveryTag);
+    const QString line = "onUlReceived throw catch. ";
+    switch (failure.thrown) {
+        case caught_failure::kind::standard:
+            return line + "Std::exception: " + failure.text + " Message_tag: " + tag +
+                   " Message: " + compact(message) +
+                   (parsed ? " Parsed message: " + compact(model::to_json(*parsed)) : QString());
+        case caught_failure::kind::text:
+            return line + "QString: " + failure.text + " Message_tag: " + tag +
+                   " Message: " + compact(message);
+        case caught_failure::kind::other:
+            break;
     }
-    line += what + " Message_tag: " + QString::number(deliveryTag) + " Message: " + compact(message);
-    if (parsed) {
-        line += " Parsed message: " + compact(model::to_json(*parsed));
-    }
-    return line;
+    return line + "Message_tag: " + tag + " message: " + compact(message);
 }
 
 bool Engiene::isMine(int modem_id, const QString& protocol, const QString& hw_type) const {
     return ownership::instance_matches(modem_id, m_config.instances, m_config.position) &&
-           driverAccepts(protocol, hw_type);
-}
-
-bool Engiene::driverAccepts(const QString& protocol, const QString& hw_type) const {
-    return protocol == m_driver_protocol && m_hw_pattern.exactMatch(hw_type);
+           m_acceptance->accepts(protocol, hw_type);
 }
 
 void Engiene::onControllerTick() {
@@ -318,10 +310,6 @@ QJsonObject Engiene::sendDriverBuilt(const model::dl_message& message, service_m
 }
 
 QJsonObject Engiene::sendDlmessage(const model::dl_message& message) {
-    return sendDriverBuilt(message, service_metrics::dl_source::driver);
-}
-
-QJsonObject Engiene::send_downlink(const model::dl_message& message) {
     return sendDriverBuilt(message, service_metrics::dl_source::api);
 }
 

@@ -2,7 +2,6 @@
 
 #include <QJsonObject>
 #include <QObject>
-#include <QRegExp>
 #include <QTimer>
 #include <functional>
 #include <memory>
@@ -11,6 +10,7 @@
 #include "amqp/rabbit_api_man.h"
 #include "amqp/rabbit_publisher.h"
 #include "amqp/rabbit_receiver.h"
+#include "app/caught_failure.h"
 #include "app/config.h"
 #include "app/logger.h"
 #include "engine/amqp_endpoints.h"
@@ -19,6 +19,7 @@
 #include "engine/engine_services.h"
 #include "engine/outbox.h"
 #include "engine/output_sinks.h"
+#include "engine/ownership.h"
 #include "engine/store_watch.h"
 #include "interfaces/factories.h"
 #include "metrics/service_metrics.h"
@@ -66,16 +67,18 @@ public:
     static QJsonObject sendDlmessageRAW(const model::dl_message& message,
                                         std::shared_ptr<interfaces::IMessagesDatabase> messages,
                                         command_sender& sender, QString payloadOverride);
-    QJsonObject sendDlmessage(const model::dl_message& message);
 
-    // IEngineServices
-    QJsonObject send_downlink(const model::dl_message& message) override;
+    // IEngineServices. Driver-built sending; the driver's DL-sending callback and the
+    // queue's "typical" entries take the same road, each counted as its own source.
+    QJsonObject sendDlmessage(const model::dl_message& message) override;
     void publish_record(const model::ul_message& stored, const model::eav_record& record,
                         const QString& client, int index, bool wrap) override;
     void publish_roll(const model::ul_message& message, const QString& client, int index, bool wrap) override;
     void send_command(const QString& type, const QJsonObject& data, const QString& routing_key) override;
 
     std::shared_ptr<interfaces::IDriver> driver() const { return m_driver; }
+    // The driver's acceptance rule, for the command handlers' ownership checks.
+    std::shared_ptr<const driver_acceptance> acceptance() const { return m_acceptance; }
     // The command client whose commands run as units of this engine; null without one.
     rabbit_api_man* api() const { return m_api; }
     // Has the command client run its commands one at a time with the engine's handling,
@@ -152,7 +155,6 @@ private:
     // commit, when the acknowledgement was lost with a connection or a killed process.
     bool alreadyStored(const model::ul_message& stored);
     bool isMine(int modem_id, const QString& protocol, const QString& hw_type) const;
-    bool driverAccepts(const QString& protocol, const QString& hw_type) const;
     // Steps after a message's own writes (downlink statuses, the controller hook, the
     // queue step): each a unit of its own, whose failure is logged and undoes only it.
     void afterStored(const char* step, const std::function<void()>& work);
@@ -161,8 +163,8 @@ private:
     void storeModemState(int modem_id, const QJsonObject& json, const QJsonObject* heartbeat);
     void publishToClients(const model::ul_message& stored, const model::eav_list& records);
     void refreshDlStatuses(const model::ul_message& stored);
-    QString failureLine(const QString& what, quint64 deliveryTag, const QJsonObject& message,
-                        const model::ul_message* parsed) const;
+    static QString failureLine(const caught_failure& failure, quint64 deliveryTag, const QJsonObject& message,
+                               const model::ul_message* parsed);
     QJsonObject sendRaw(const model::dl_message& message, const QString& payloadOverride,
                         service_metrics::dl_source source);
     QJsonObject sendDriverBuilt(const model::dl_message& message, service_metrics::dl_source source);
@@ -179,8 +181,7 @@ private:
     std::shared_ptr<interfaces::IDriverState> m_state;
     std::shared_ptr<interfaces::IDriver> m_driver;
     // The driver's name and hardware pattern, fixed for the process: compiled once, not per message.
-    QString m_driver_protocol;
-    QRegExp m_hw_pattern;
+    std::shared_ptr<const driver_acceptance> m_acceptance;
     // Outlives the endpoints, whose publishers count into it.
     std::shared_ptr<service_metrics> m_metrics = std::make_shared<service_metrics>();
     // Outlives the endpoints, whose waiting work refers to it.

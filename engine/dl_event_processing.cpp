@@ -1,15 +1,13 @@
 // Downlink progress reports from the network server.
 #include "engine/Engiene.h"
-#include "engine/ownership.h"
 
 bool Engiene::processDlEvent(const model::dl_event& event) {
-    const ownership owner(m_driver, m_clients, m_messages, m_config.settings.check_is_mine);
     if (!ownership::instance_matches(event.modem_id, m_config.instances, m_config.position)) {
         return false;
     }
     if (m_config.settings.check_is_mine) {
-        const auto device = owner.device_of(event.modem_id);
-        if (!driverAccepts(device.first, device.second)) {
+        const auto device = ownership::device_of(event.modem_id, m_clients.get(), m_messages.get());
+        if (!m_acceptance->accepts(device.first, device.second)) {
             return false;
         }
     }

@@ -2,7 +2,10 @@
 
 #include <QDateTime>
 
+#include "app/caught_failure.h"
 #include "engine/engine_services.h"
+#include "engine/ownership.h"
+#include "interfaces/IStoreLink.h"
 
 namespace dl_sending {
 
@@ -28,15 +31,6 @@ QJsonObject dl_command_data(const model::dl_message& message, const QString& pay
     data["station_id"] = message.station_id;
     data["protocol"] = message.protocol;
     return data;
-}
-
-std::pair<QString, QString> device_of(int modem_id, interfaces::IMessagesDatabase& messages,
-                                      interfaces::IDeviceClientsDatabase& clients) {
-    auto device = clients.clients_store().device(modem_id);
-    if (device.first.isEmpty() || device.second.isEmpty()) {
-        messages.ul().device(device, modem_id);
-    }
-    return device;
 }
 }  // namespace
 
@@ -82,14 +76,14 @@ QJsonObject send_driver_built(model::dl_message message, interfaces::IDriver& dr
                               interfaces::IMessagesDatabase& messages,
                               interfaces::IDeviceClientsDatabase& clients, command_sender& sender,
                               uint32_t ttl_seconds) {
-    const auto device = device_of(message.modem_id, messages, clients);
+    const auto device = ownership::device_of(message.modem_id, &clients, &messages);
     QByteArray encoded;
     try {
         encoded = driver.encode_dl(message, device);
-    } catch (const std::exception& e) {
-        throw downlink_refused(e.what());
-    } catch (const QString& text) {
-        throw downlink_refused(text.toStdString());
+    } catch (const interfaces::store_unavailable&) {
+        throw;  // not the message's fault: the command fails as a whole
+    } catch (...) {
+        throw downlink_refused(caught_failure::current().message().toStdString());
     }
     const QString payload_text = splice_placeholders(encoded);
     message.payload = QByteArray::fromHex(payload_text.toLatin1());

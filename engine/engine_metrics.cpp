@@ -77,11 +77,8 @@ void Engiene::probeStore() {
             m_messages->ul().device(device, -1);
         }
         m_metrics->set_store_up();
-    } catch (const std::exception& e) {
+    } catch (...) {
         m_metrics->store_errors().inc();
-        m_metrics->set_store_down(QString::fromUtf8(e.what()));
-    } catch (const QString& text) {
-        m_metrics->store_errors().inc();
-        m_metrics->set_store_down(text);
+        m_metrics->set_store_down(caught_failure::current().message());
     }
 }

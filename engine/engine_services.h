@@ -19,9 +19,10 @@ public:
 class IEngineServices {
 public:
     virtual ~IEngineServices() = default;
-    // Driver-built downlink sending; returns {"ok": true, "bd_id": ...}. Throws
-    // downlink_refused when the driver cannot encode the message.
-    virtual QJsonObject send_downlink(const model::dl_message& message) = 0;
+    // Driver-built downlink sending for a command ("send_dl_msg"): counted as
+    // asked by the API. Returns {"ok": true, "bd_id": ...}; throws downlink_refused when
+    // the driver cannot encode the message.
+    virtual QJsonObject sendDlmessage(const model::dl_message& message) = 0;
     // Publishes one record to one client. `stored` supplies the hardware type of the key.
     virtual void publish_record(const model::ul_message& stored, const model::eav_record& record,
                                 const QString& client, int index, bool wrap) = 0;

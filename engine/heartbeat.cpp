@@ -1,29 +1,8 @@
 #include "engine/heartbeat.h"
 
-#include <QCryptographicHash>
-#include <QtEndian>
+#include "model/uplink_identity.h"
 
 namespace heartbeat {
-
-namespace {
-void append_le32(QByteArray& bytes, uint32_t value) {
-    char buffer[4];
-    qToLittleEndian<quint32>(value, buffer);
-    bytes.append(buffer, 4);
-}
-}  // namespace
-
-int64_t unique_id(const QByteArray& payload, int32_t modem_id, int32_t iterator,
-                  const QDateTime& time_detected) {
-    QByteArray input = payload;
-    append_le32(input, static_cast<uint32_t>(modem_id));
-    append_le32(input, static_cast<uint32_t>(iterator));
-    append_le32(input, static_cast<uint32_t>(time_detected.toSecsSinceEpoch() & 0xffffffff));
-    const QByteArray digest = QCryptographicHash::hash(input, QCryptographicHash::Md5);
-    const auto high = qFromBigEndian<qint64>(digest.constData());
-    const auto low = qFromBigEndian<qint64>(digest.constData() + 8);
-    return high ^ low;
-}
 
 model::ul_message stored_message(const model::ul_hb_message& hb) {
     model::ul_message stored;
@@ -42,7 +21,7 @@ model::ul_message stored_message(const model::ul_hb_message& hb) {
     stored.tag = tag;
     stored.timestamp = hb.time_detected;
     stored.ttl = QDateTime::currentDateTimeUtc().addSecs(message_ttl_seconds);
-    stored.unique_id = unique_id(hb.payload, hb.modem_id, hb.iterator, hb.time_detected);
+    stored.unique_id = model::uplink_unique_id(hb.payload, hb.modem_id, hb.iterator, hb.time_detected);
     stored.data = QJsonDocument(QJsonObject{{"temp", hb.temperature}, {"voltage", hb.voltage}});
     return stored;
 }
@@ -58,7 +37,7 @@ QList<model::dev_value> values(const model::ul_message& stored) {
         value.obis_code = it.key();
         value.tag = tag;
         value.value = it.value().toDouble();
-        value.message_id = QString::number(static_cast<quint64>(stored.unique_id), 16);
+        value.message_id = model::uplink_message_id(stored.unique_id);
         result.append(value);
     }
     return result;

@@ -56,15 +56,14 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
     } catch (const interfaces::store_unavailable& e) {
         storeWentAway(delivery, outbox_mark, QString::fromUtf8(e.what()));
         return;
-    } catch (const std::exception& e) {
+    } catch (...) {
         if (joins_burst) {
             // The open burst's transaction cannot take another unit: it is not to be trusted.
             abandonBurst(std::move(delivery));
             return;
         }
         // The store cannot even begin (its lock is held elsewhere, the file is gone).
-        delivery.failure =
-            failureLine(QString("Std::exception: ") + e.what(), delivery.tag, delivery.message, nullptr);
+        delivery.failure = failureLine(caught_failure::current(), delivery.tag, delivery.message, nullptr);
         delivery.type = typeOf(delivery.message);
         settle(delivery);
         return;
@@ -210,8 +209,8 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
         } catch (const interfaces::store_unavailable& e) {
             storeWentAway(delivery, outbox_mark, QString::fromUtf8(e.what()));
             continue;
-        } catch (const std::exception& e) {
-            error = QString::fromUtf8(e.what());
+        } catch (...) {
+            error = caught_failure::current().message();
         }
         if (unavailable) {
             m_outbox->drop();
@@ -224,10 +223,10 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
             delivery.accepted = false;
             // The handling's own failure (a full disk on an insert) says more than the
             // commit's that followed it.
-            delivery.failure =
-                handled.failure.isEmpty()
-                    ? failureLine("Std::exception: " + error, delivery.tag, delivery.message, nullptr)
-                    : handled.failure;
+            delivery.failure = handled.failure.isEmpty()
+                                   ? failureLine({caught_failure::kind::standard, error}, delivery.tag,
+                                                 delivery.message, nullptr)
+                                   : handled.failure;
         } else {
             m_outbox->release();
             delivery.accepted = handled.result == outcome::acknowledge;

@@ -6,25 +6,9 @@
 #include "engine/publication.h"
 #include "engine/store_timer.h"
 #include "model/json.h"
+#include "model/uplink_identity.h"
 
 namespace {
-void overwrite_from_uplink(model::ul_message& stored, const model::ul_app_message& in) {
-    stored.hw_type = in.hw_type;
-    stored.protocol = in.protocol;
-    stored.station_id = in.station_id;
-    stored.phy = in.phy;
-    stored.snr = in.snr;
-    stored.rssi = in.rssi;
-    stored.payload = in.payload;
-    stored.iterator = in.iterator;
-    stored.tz_mismatch = in.tz_mismatch;
-    stored.time_detected = in.time_detected;
-    stored.dl_phy = in.dl_phy;
-    stored.last_dl_bs_aver_busyness = in.last_dl_bs_aver_busyness;
-    stored.last_dl_bs_busyness = in.last_dl_bs_busyness;
-    stored.bs_timezone_offset = in.bs_tz;
-}
-
 model::eav_list as_eav_list(const QList<model::dev_value>& values) {
     model::eav_list records;
     for (const auto& value : values) {
@@ -40,7 +24,7 @@ bool Engiene::processUlApp(const QJsonObject& json, model::ul_message& stored) {
         return false;
     }
     m_driver->parse(uplink, stored);
-    overwrite_from_uplink(stored, uplink);
+    model::copy_uplink_fields(uplink, stored);  // whatever the driver made of them
     stored.ttl = QDateTime::currentDateTimeUtc().addSecs(m_config.ul_dl_ttl);
     if (m_handling_redelivered && alreadyStored(stored)) {
         m_found_stored = true;

@@ -8,6 +8,7 @@
 #include "dl_encoder.h"
 #include "eav.h"
 #include "model/query_bounds.h"
+#include "model/uplink_identity.h"
 #include "quantities.h"
 #include "stored_message.h"
 
@@ -56,20 +57,7 @@ model::device_description MbusDriver::metadata(const QString&) {
 
 void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) {
     out.modem_id = in.modem_id;
-    out.station_id = in.station_id;
-    out.phy = in.phy;
-    out.snr = in.snr;
-    out.rssi = in.rssi;
-    out.hw_type = in.hw_type;
-    out.protocol = in.protocol;
-    out.payload = in.payload;
-    out.iterator = in.iterator;
-    out.tz_mismatch = in.tz_mismatch;
-    out.time_detected = in.time_detected;
-    out.bs_timezone_offset = in.bs_tz;
-    out.dl_phy = in.dl_phy;
-    out.last_dl_bs_aver_busyness = in.last_dl_bs_aver_busyness;
-    out.last_dl_bs_busyness = in.last_dl_bs_busyness;
+    model::copy_uplink_fields(in, out);
 
     const mbus::decode_result decoded = decode_for(in.modem_id, in.payload);
     report_security(in.modem_id, decoded);
@@ -77,7 +65,7 @@ void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) 
     out.parse_status = decoded.status;
     out.data = QJsonDocument(mbus::message_data(decoded));
     out.timestamp = QDateTime::currentDateTimeUtc();
-    out.unique_id = mbus::unique_id(in.payload, in.modem_id, in.iterator, in.time_detected);
+    out.unique_id = model::uplink_unique_id(in.payload, in.modem_id, in.iterator, in.time_detected);
     out.ttl = time_or_now(in.time_detected).addSecs(m_ttl_seconds);
 }
 
@@ -123,7 +111,7 @@ model::eav_list MbusDriver::explode_with(const model::ul_message& message, const
     ctx.modem_id = message.modem_id;
     ctx.time_detected = time_or_now(message.time_detected);
     ctx.tag = message.tag.isEmpty() ? QString(tag) : message.tag;
-    ctx.message_id = mbus::message_id(message.unique_id);
+    ctx.message_id = model::uplink_message_id(message.unique_id);
     ctx.ttl = ctx.time_detected.addSecs(m_ttl_seconds);
     model::eav_list records = mbus::to_eav(decode_for(message.modem_id, message.payload), ctx);
     const mbus::calibration calibration(calib);

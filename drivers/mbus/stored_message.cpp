@@ -1,6 +1,5 @@
 #include "stored_message.h"
 
-#include <QCryptographicHash>
 #include <QJsonArray>
 
 #include "eav.h"
@@ -54,20 +53,6 @@ QJsonValue value_json(const QVariant& value) {
         return value.toString();
     }
     return QJsonValue::Null;
-}
-
-void append_le32(QByteArray& out, uint32_t v) {
-    for (int i = 0; i < 4; ++i) {
-        out.append(char((v >> (8 * i)) & 0xff));
-    }
-}
-
-int64_t big_endian64(const QByteArray& b, int at) {
-    uint64_t v = 0;
-    for (int i = 0; i < 8; ++i) {
-        v = (v << 8) | uint8_t(b[at + i]);
-    }
-    return static_cast<int64_t>(v);
 }
 
 }  // namespace
@@ -133,20 +118,6 @@ QJsonObject message_data(const decode_result& decoded) {
         o["more_records_follow"] = decoded.more_records_follow;
     }
     return o;
-}
-
-int64_t unique_id(const QByteArray& payload, int32_t modem_id, int32_t iterator,
-                  const QDateTime& time_detected) {
-    QByteArray input = payload;
-    append_le32(input, static_cast<uint32_t>(modem_id));
-    append_le32(input, static_cast<uint32_t>(iterator));
-    append_le32(input, static_cast<uint32_t>(time_detected.toSecsSinceEpoch() & 0xffffffff));
-    const QByteArray digest = QCryptographicHash::hash(input, QCryptographicHash::Md5);
-    return big_endian64(digest, 0) ^ big_endian64(digest, 8);
-}
-
-QString message_id(int64_t unique_id) {
-    return QString::number(static_cast<quint64>(unique_id), 16);
 }
 
 }  // namespace mbus

@@ -21,7 +21,7 @@ QJsonObject FakeDriver::custom_query(const model::custom_query& query) {
     return QJsonObject{{"answered", int(custom_queries.size())}};
 }
 
-QJsonObject FakeEngine::send_downlink(const model::dl_message& message) {
+QJsonObject FakeEngine::sendDlmessage(const model::dl_message& message) {
     if (refused.count(message.modem_id)) {
         throw downlink_refused("mbus downlink: \"address\" must be 0 to 250");
     }
@@ -84,6 +84,7 @@ CommandFixture::CommandFixture() {
     context->state = m_plugins->state_database();
     context->clients = m_plugins->clients_database();
     context->driver = driver;
+    context->acceptance = std::make_shared<const driver_acceptance>(*driver);
     context->engine = engine.get();
     factory = make_command_factory(context);
 }

@@ -50,7 +50,7 @@ public:
 class FakeEngine : public IEngineServices {
 public:
     explicit FakeEngine(std::shared_ptr<interfaces::IMessagesDatabase> messages) : m_messages(messages) {}
-    QJsonObject send_downlink(const model::dl_message& message) override;
+    QJsonObject sendDlmessage(const model::dl_message& message) override;
     void publish_record(const model::ul_message&, const model::eav_record&, const QString&, int,
                         bool) override {}
     void publish_roll(const model::ul_message&, const QString&, int, bool) override {}

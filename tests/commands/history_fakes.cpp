@@ -24,6 +24,7 @@ fixture::fixture() : m_dir(std::make_unique<QTemporaryDir>()) {
     context->log = m_log.get();
     context->pm_config = pm;
     context->driver = driver;
+    context->acceptance = std::make_shared<const driver_acceptance>(*driver);
     context->clients = clients;
     context->messages = messages;
     context->eav = eav;

@@ -107,7 +107,7 @@ struct sent_command {
 
 class FakeEngine : public IEngineServices {
 public:
-    QJsonObject send_downlink(const model::dl_message&) override { return {}; }
+    QJsonObject sendDlmessage(const model::dl_message&) override { return {}; }
     void publish_record(const model::ul_message& stored, const model::eav_record& record,
                         const QString& client, int index, bool wrap) override {
         publications.push_back({stored.modem_id, stored.hw_type, record, std::nullopt, client, index, wrap});

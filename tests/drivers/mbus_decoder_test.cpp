@@ -157,23 +157,6 @@ TEST(MbusDecoder, RecordErrorIsKeptInData) {
     EXPECT_FALSE(mbus::is_value(r.records[0]));
 }
 
-TEST(MbusDecoder, UniqueIdIsDeterministicAndUsesEveryInput) {
-    const QByteArray p = hex("78041339300000");
-    const QDateTime t = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
-    // MD5 over 78041339300000 07000000 03000000 00f15365, worked out separately.
-    EXPECT_EQ(mbus::unique_id(p, 7, 3, t), Q_INT64_C(-829860926070106563));
-    EXPECT_NE(mbus::unique_id(p, 8, 3, t), mbus::unique_id(p, 7, 3, t));
-    EXPECT_NE(mbus::unique_id(p, 7, 4, t), mbus::unique_id(p, 7, 3, t));
-    EXPECT_NE(mbus::unique_id(p, 7, 3, t.addSecs(1)), mbus::unique_id(p, 7, 3, t));
-    EXPECT_NE(mbus::unique_id(hex("78"), 7, 3, t), mbus::unique_id(p, 7, 3, t));
-}
-
-TEST(MbusDecoder, MessageIdIsUnsignedLowerHex) {
-    EXPECT_EQ(mbus::message_id(Q_INT64_C(-829860926070106563)), "f47bbde2709d563d");
-    EXPECT_EQ(mbus::message_id(255), "ff");
-    EXPECT_EQ(mbus::message_id(-1), "ffffffffffffffff");
-}
-
 TEST(MbusDecoder, ValuesCarryTheMessageContext) {
     const mbus::message_context ctx = context();
     const QList<model::dev_value> values = mbus::to_values(mbus::decode(hex("78041339300000")), ctx);

@@ -96,6 +96,27 @@ TEST_F(EngineGuarantees, ADeliveryArrivingWhileThePublisherWaitsIsHandledAfterwa
     EXPECT_TRUE(log_text().contains("step \"controller\" failed after the message was stored"));
 }
 
+// An exception whose text is empty is a failure all the same: the step's writes are
+// undone and the line says so, while the uplink itself stays stored and acknowledged.
+TEST_F(EngineGuarantees, AStepThatThrowsAnEmptyTextHasFailedAndIsUndone) {
+    make_engine();
+    m_driver->m_on_controller = [this] {
+        state()->begin(77);
+        state()->set(77, "controller", QJsonValue("written"));
+        state()->end(77, 0);
+        throw std::runtime_error("");
+    };
+    m_engine->onUlReceived(uplink(77), 1);
+    Q_EMIT m_receiver->drained();
+    ASSERT_TRUE(settled(1));
+
+    EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1}));
+    EXPECT_EQ(stored_modems(), "77");
+    EXPECT_TRUE(log_text().contains(
+        "step \"controller\" failed after the message was stored, its own writes undone: "));
+    EXPECT_TRUE(state()->get(77, "controller").isUndefined() || state()->get(77, "controller").isNull());
+}
+
 // A stored and published uplink is never erased by a later step; a queue entry whose
 // downlink is gone fails once instead of failing every uplink of the modem.
 TEST_F(EngineGuarantees, StepsAfterStoringNeverEraseTheUplink) {

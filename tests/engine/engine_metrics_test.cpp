@@ -166,7 +166,7 @@ TEST_F(EngineMetrics, DownlinksAreCountedByWhoAskedWhenTheyGoOut) {
     model::dl_message message;
     message.modem_id = 77;
     message.data = QJsonObject{{"cmd", "x"}};
-    m_engine->send_downlink(message);
+    m_engine->sendDlmessage(message);
     EXPECT_EQ(m_api->m_sent.size(), 1u);
     EXPECT_EQ(metrics().downlinks_sent(service_metrics::dl_source::api).value(), 1);
     EXPECT_EQ(metrics().downlinks_sent(service_metrics::dl_source::queue).value(), 0);
