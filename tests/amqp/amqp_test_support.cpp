@@ -11,29 +11,6 @@
 
 namespace amqp_test {
 
-namespace {
-
-// gtest_main owns main(): the Qt application object comes with the test environment.
-class qt_environment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        static int argc = 1;
-        static char name[] = "amqp_test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) {
-            m_app = std::make_unique<QCoreApplication>(argc, argv);
-        }
-    }
-    void TearDown() override { m_app.reset(); }
-
-private:
-    std::unique_ptr<QCoreApplication> m_app;
-};
-
-[[maybe_unused]] auto* const registered = ::testing::AddGlobalTestEnvironment(new qt_environment);
-
-}  // namespace
-
 QString broker_url() {
     static const QString url = [] {
         QProcess p;

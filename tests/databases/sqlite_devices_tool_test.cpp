@@ -120,12 +120,6 @@ TEST_F(DevicesTool, RefusesBadIdsBadCommandLinesAndUnknownPlugins) {
     EXPECT_TRUE(r.out.startsWith("Usage: quillon-devices")) << r.out.toStdString();
 }
 
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
-
 // A meter's key goes in through the tool (from stdin, out of the process list) and never
 // comes out: list shows "key set", --json "aes_key_set"; a malformed key is refused
 // without being repeated.

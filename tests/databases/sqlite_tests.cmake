@@ -16,5 +16,5 @@ add_dependencies(sqlite_file_test plug_db_driver_sqlite)
 
 quillon_add_test(sqlite_devices_tool_test
   SOURCES sqlite_devices_tool_test.cpp
-  LIBS quillon_interfaces quillon_model Qt5::Sql)
+  LIBS quillon_interfaces quillon_model Qt5::Sql QT_MAIN)
 add_dependencies(sqlite_devices_tool_test plug_db_driver_sqlite quillon-devices)

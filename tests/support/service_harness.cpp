@@ -6,6 +6,7 @@
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QJsonDocument>
+#include <QTest>
 #include <QTextStream>
 #include <QThread>
 #include <QUrl>
@@ -25,12 +26,7 @@ QString unique_name(const QString& prefix) {
 
 bool wait_until(const std::function<bool()>& done, int timeout_ms) {
     const int factor = qEnvironmentVariableIntValue("QUILLON_TEST_TIME_FACTOR");
-    QDeadlineTimer deadline(qint64(timeout_ms) * (factor > 1 ? factor : 1));
-    while (!done() && !deadline.hasExpired()) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        QThread::msleep(5);
-    }
-    return done();
+    return QTest::qWaitFor(done, timeout_ms * (factor > 1 ? factor : 1));
 }
 
 service_process::service_process() {

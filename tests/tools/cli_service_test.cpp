@@ -162,9 +162,3 @@ TEST(CliEnvelope, OptionsBecomeTheBodyAndTheReplyKeyTheSender) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -119,9 +119,3 @@ TEST(WatchUsage, BadCountAndUnreachableBrokerEndWithStatusOne) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

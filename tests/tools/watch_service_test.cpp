@@ -163,9 +163,3 @@ INSTANTIATE_TEST_SUITE_P(PlainAndWrapped, WatchAgainstService, ::testing::Values
                          });
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
