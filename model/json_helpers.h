@@ -8,6 +8,7 @@
 #include <QJsonValue>
 #include <QString>
 #include <QVariant>
+#include <limits>
 
 // Conversions shared by the record converters; not part of the model's public API.
 namespace model::json_detail {
@@ -16,9 +17,12 @@ inline QJsonValue secs(const QDateTime& t) {
     return QJsonValue(static_cast<qint64>(t.toSecsSinceEpoch()));
 }
 
-// Seconds read as a 64-bit number; anything that is not a JSON number reads as 0.
+// Seconds read as a 64-bit number; anything that is not a JSON number reads as 0, and so
+// does a number whose milliseconds (QDateTime's unit) no 64-bit number holds.
 inline qint64 secs_of(const QJsonValue& v) {
-    return v.isDouble() ? static_cast<qint64>(v.toDouble()) : 0;
+    constexpr double limit = double(std::numeric_limits<qint64>::max() / 1000);
+    const double secs = v.isDouble() ? v.toDouble() : 0.0;
+    return -limit < secs && secs < limit ? static_cast<qint64>(secs) : 0;
 }
 
 inline QString hex(const QByteArray& bytes) {

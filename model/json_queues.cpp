@@ -1,5 +1,7 @@
 #include <QJsonValue>
 #include <array>
+#include <cmath>
+#include <limits>
 
 #include "model/json.h"
 
@@ -9,9 +11,15 @@ namespace {
 
 const std::array<const char*, 5> queue_status_names = {"NONE", "DONE", "WAIT", "FAIL", "OUTDATE"};
 
-// Queue settings are whole numbers; a fractional number is truncated.
-int number_of(const QJsonValue& v) {
-    return static_cast<int>(v.toDouble());
+// Queue settings are whole numbers; a fractional number is truncated. A number no int
+// holds is not taken (false), as a member of another type is not.
+bool whole_number(const QJsonValue& v, int& out) {
+    const double number = std::trunc(v.toDouble());
+    if (!(number >= double(std::numeric_limits<int>::min()) &&
+          number <= double(std::numeric_limits<int>::max())))
+        return false;
+    out = static_cast<int>(number);
+    return true;
 }
 
 bool is_queue_number(const QString& key) {
@@ -109,9 +117,11 @@ dl_queue dl_queue_from_json(const QJsonObject& o) {
     for (auto it = o.begin(); it != o.end(); ++it) {
         const QString& key = it.key();
         const QJsonValue value = it.value();
-        if (is_queue_number(key) && value.isDouble())
-            set_queue_number(q, key, number_of(value));
-        else if (key == "lock" && value.isBool())
+        int number = 0;
+        if (is_queue_number(key) && value.isDouble()) {
+            if (whole_number(value, number))
+                set_queue_number(q, key, number);
+        } else if (key == "lock" && value.isBool())
             q.lock = value.toBool();
         else if (key == "status" && value.isString())
             q.status = dl_queue_status_from_name(value.toString());

@@ -110,34 +110,48 @@ bool is_value(const record& r) {
            r.info.record_error == 0 && r.skipped.isEmpty();
 }
 
-QDateTime record_time(const decode_result& decoded, const record& r, const QDateTime& time_detected) {
-    if (r.storage == 0) {
-        return time_detected;
-    }
-    QDateTime date;
-    for (const record& other : decoded.records) {
-        if (other.storage != r.storage || other.value.type() != QVariant::DateTime) {
+storage_times::storage_times(const decode_result& decoded, const QDateTime& time_detected)
+    : m_time_detected(time_detected) {
+    for (const record& r : decoded.records) {
+        if (r.storage == 0 || r.value.type() != QVariant::DateTime) {
             continue;
         }
-        if (other.info.quantity == "datetime") {
-            return other.value.toDateTime();
-        }
-        if (other.info.quantity == "date" && !date.isValid()) {
-            date = other.value.toDateTime();
+        // The first date-time of a storage number wins over any date of it; the first
+        // date counts only while no date-time is known.
+        if (r.info.quantity == "datetime" && !m_date_times.contains(r.storage)) {
+            m_date_times.insert(r.storage, r.value.toDateTime());
+        } else if (r.info.quantity == "date" && !m_dates.contains(r.storage) &&
+                   r.value.toDateTime().isValid()) {
+            m_dates.insert(r.storage, r.value.toDateTime());
         }
     }
-    return date.isValid() ? date : time_detected;
+}
+
+QDateTime storage_times::of(const record& r) const {
+    if (r.storage == 0) {
+        return m_time_detected;
+    }
+    const auto date_time = m_date_times.constFind(r.storage);
+    if (date_time != m_date_times.constEnd()) {
+        return *date_time;
+    }
+    return m_dates.value(r.storage, m_time_detected);
+}
+
+QDateTime record_time(const decode_result& decoded, const record& r, const QDateTime& time_detected) {
+    return storage_times(decoded, time_detected).of(r);
 }
 
 QList<model::dev_value> to_values(const decode_result& decoded, const message_context& ctx) {
     QList<model::dev_value> out;
+    const storage_times times(decoded, ctx.time_detected);
     for (const record& r : decoded.records) {
         if (!is_value(r)) {
             continue;
         }
         model::dev_value v;
         v.modem_id = ctx.modem_id;
-        v.timestamp = record_time(decoded, r, ctx.time_detected);
+        v.timestamp = times.of(r);
         v.obis_code = obis_code(r);
         v.tag = ctx.tag;
         v.value = r.value.toDouble();
@@ -153,6 +167,7 @@ QList<model::dev_event> to_events(const decode_result& decoded, const message_co
     if (decoded.header.has_status()) {
         status_events(out, decoded.header.status, ctx);
     }
+    const storage_times times(decoded, ctx.time_detected);
     for (const record& r : decoded.records) {
         if (r.info.quantity != "error_flags" || !r.numeric() || r.info.record_error != 0) {
             continue;
@@ -164,8 +179,8 @@ QList<model::dev_event> to_events(const decode_result& decoded, const message_co
                                   {"obis_code", obis_code(r)}};
         for (int bit = 0; bit < 64; ++bit) {
             if (flags & (uint64_t(1) << bit)) {
-                out << make_event(ctx, record_time(decoded, r, ctx.time_detected), ev_error_flag,
-                                  QString("error flag bit %1").arg(bit), bit, details);
+                out << make_event(ctx, times.of(r), ev_error_flag, QString("error flag bit %1").arg(bit), bit,
+                                  details);
             }
         }
     }

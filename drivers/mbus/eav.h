@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -36,9 +37,22 @@ QString obis_code(const record& r);
 // Whether a record becomes a value: a number with a standard meaning and no record error.
 bool is_value(const record& r);
 
-// Time a record refers to: time_detected for storage 0; for storage N the date-time
-// (or else the date) record of storage N when the payload has one.
+// Time a record refers to: time_detected for storage 0; for storage N the first
+// date-time (or else the first date) record of storage N when the payload has one.
 QDateTime record_time(const decode_result& decoded, const record& r, const QDateTime& time_detected);
+
+// The same for every record of one message, its records read once: a payload of many
+// records costs in proportion to their number, not to its square.
+class storage_times {
+public:
+    storage_times(const decode_result& decoded, const QDateTime& time_detected);
+    QDateTime of(const record& r) const;
+
+private:
+    QDateTime m_time_detected;
+    QHash<uint64_t, QDateTime> m_date_times;
+    QHash<uint64_t, QDateTime> m_dates;
+};
 
 QList<model::dev_value> to_values(const decode_result& decoded, const message_context& ctx);
 QList<model::dev_event> to_events(const decode_result& decoded, const message_context& ctx);

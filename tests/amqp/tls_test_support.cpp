@@ -1,5 +1,7 @@
 #include "tls_test_support.h"
 
+#include <QDeadlineTimer>
+
 namespace tls_test {
 
 namespace {
@@ -60,7 +62,13 @@ tls_server::tls_server(const QString& subject_alt_name) {
     // It tells the port it took: "ACCEPT 127.0.0.1:<port>".
     const QByteArray announce = "ACCEPT 127.0.0.1:";
     QByteArray output;
-    for (int i = 0; i < 50 && m_server.waitForReadyRead(200); ++i) {
+    // Up to 10 s in all: on a loaded machine (or under the sanitizers) openssl may say
+    // nothing for longer than one short wait.
+    const QDeadlineTimer deadline(10000);
+    while (!deadline.hasExpired() && m_server.state() != QProcess::NotRunning) {
+        if (!m_server.waitForReadyRead(200)) {
+            continue;
+        }
         output += m_server.readAll();
         const int at = output.indexOf(announce);
         const int end = at < 0 ? -1 : output.indexOf('\n', at);

@@ -291,3 +291,39 @@ TEST(MbusDecoder, RequiredQuantityNamesExist) {
 }
 
 }  // namespace
+
+TEST(MbusDecoder, StoredValuesTakeTheFirstDateTimeElseTheFirstDateOfTheirStorage) {
+    // Storage 1: a volume, the date 2024-03-15, then the date-time 2008-05-31 23:50, which
+    // wins although it comes later. Storage 3 (DIF c1/c2, DIFE 01): a volume, a day-0
+    // date (no value), 2023-12-31 (ff2c), 2024-03-15. Storage 0: the time detected.
+    const mbus::message_context ctx = context();
+    const QList<model::dev_value> values = mbus::to_values(
+        mbus::decode(hex("78 411305 426c0f33 446d32171f15 c1011307 c2016c0003 c2016cff2c c2016c0f33 011309")),
+        ctx);
+    ASSERT_EQ(values.size(), 3);
+    EXPECT_EQ(values[0].timestamp, QDateTime(QDate(2008, 5, 31), QTime(23, 50), Qt::UTC));
+    EXPECT_EQ(values[1].obis_code, "volume.s3");
+    EXPECT_EQ(values[1].timestamp, QDateTime(QDate(2023, 12, 31), QTime(0, 0), Qt::UTC));
+    EXPECT_EQ(values[2].timestamp, ctx.time_detected);
+}
+
+// A hostile payload of 300 000 stored values and one date at the end: each value's time
+// comes from a lookup built once per message. Matched against every other record per
+// value, as it once was, this message would hold the service for minutes (past this
+// test's timeout).
+TEST(MbusDecoder, ManyStoredValuesAreDatedInOnePass) {
+    constexpr int count = 300000;
+    QByteArray payload = hex("78");
+    for (int i = 0; i < count; ++i) {
+        payload += hex("411305");  // storage 1, volume 0.005 m3
+    }
+    payload += hex("426c0f33");  // storage 1, 2024-03-15
+    const mbus::decode_result decoded = mbus::decode(payload);
+    ASSERT_EQ(decoded.records.size(), size_t(count + 1));
+    const QList<model::dev_value> values = mbus::to_values(decoded, context());
+    ASSERT_EQ(values.size(), count);
+    const QDateTime date(QDate(2024, 3, 15), QTime(0, 0), Qt::UTC);
+    EXPECT_EQ(values.first().timestamp, date);
+    EXPECT_EQ(values.last().timestamp, date);
+    EXPECT_EQ(values.last().value.toDouble(), 0.005);
+}

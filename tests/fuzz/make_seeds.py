@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Writes the fuzzers' seed inputs from the known-good data of the repository:
-records_fuzz  - the record samples of tests/model/data and a downlink report of each kind;
+records_fuzz  - the input object of every record sample of tests/model/data (what a
+                reader is handed, not the sample file around it) and a downlink report
+                of each kind;
 commands_fuzz - an envelope around every request example of docs/api.md, and an empty
                 body for every other command;
 mbus_fuzz     - every payload of tests/drivers/data.
@@ -24,7 +26,7 @@ def write(kind, data):
 
 
 for sample in sorted((top / "tests" / "model" / "data").glob("*.json")):
-    write("records_fuzz", sample.read_bytes())
+    write("records_fuzz", json.dumps(json.loads(sample.read_text())["input"]).encode())
 for report in ("dl_queued", "dl_inprocess", "dl_success", "dl_fault"):
     write("records_fuzz", json.dumps({"msg_type": report, "modem_id": 1,
                                       "status_id": "5f0c1e4a9d3b2a0001c0ffee"}).encode())

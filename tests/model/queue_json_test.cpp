@@ -136,3 +136,18 @@ TEST(DlQueuesJson, EqualityCoversEveryField) {
         EXPECT_TRUE(changed != base) << "mutation " << i << " went unnoticed";
     }
 }
+
+// A stored queue whose numbers no int holds (a hand-edited store, another writer) keeps
+// the defaults for them, as a member of the wrong type does; -2147483648.9 still fits.
+TEST(DlQueuesJson, NumbersOutsideTheIntRangeAreNotTaken) {
+    const model::dl_queue q = model::dl_queue_from_json({{"repeat", 5.7e9},
+                                                         {"start_from", -2147483649.0},
+                                                         {"start_ts", 1e300},
+                                                         {"ttl", -2147483648.9},
+                                                         {"timeout", 2147483647.5}});
+    EXPECT_EQ(q.repeat, 0);
+    EXPECT_EQ(q.start_from, 0);
+    EXPECT_EQ(q.start_ts, 0);
+    EXPECT_EQ(q.ttl, -2147483647 - 1);
+    EXPECT_EQ(q.timeout, 2147483647);
+}

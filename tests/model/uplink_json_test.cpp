@@ -140,3 +140,13 @@ TEST(EavJson, EventWriterKeysAndExtendedData) {
     o = model::to_json(e);
     EXPECT_EQ(o["extended_data"].toObject(), (QJsonObject{{"count", 2}, {"list", QJsonArray{1, "a"}}}));
 }
+
+// Seconds whose milliseconds no 64-bit number holds (and numbers past 64 bits) read as a
+// missing member does, as 0; a far but representable time stays as it is.
+TEST(UlMessageJson, SecondsOutsideTheTimeRangeReadAsZero) {
+    const model::ul_message m =
+        model::ul_message_from_json({{"ttl", 1e17}, {"timestamp", -1e300}, {"time_detected", 4102444800.0}});
+    EXPECT_EQ(m.ttl.toSecsSinceEpoch(), 0);
+    EXPECT_EQ(m.timestamp.toSecsSinceEpoch(), 0);
+    EXPECT_EQ(m.time_detected.toSecsSinceEpoch(), 4102444800);  // 2100-01-01T00:00:00Z
+}
