@@ -8,6 +8,7 @@
 #include "engine/dl_sending.h"
 #include "engine/ownership.h"
 #include "engine/publication.h"
+#include "interfaces/IDurableCommits.h"
 #include "model/json.h"
 
 namespace {
@@ -86,7 +87,17 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     m_store_watch = std::make_unique<store_watch>(m_messages ? m_messages->store_link() : nullptr, m_log);
     connect(m_store_watch.get(), &store_watch::returned, this, &Engiene::resumeAfterStore);
     m_api->set_gate(&m_gate);
-    m_api->set_unit_runner([this](const std::function<void()>& work) { runAlone(work); });
+    m_release.set_source(m_batch.durable_commits());
+    if (auto* durable = m_batch.durable_commits()) {
+        durable->on_durable([this] { releaseDurable(); },
+                            [this](const QString& why) { durabilityLost(why); });
+    }
+    // A command's reply leaves after the runner returns: its writes, and everything
+    // committed before them, are durable by then.
+    m_api->set_unit_runner([this](const std::function<void()>& work) {
+        runAlone(work);
+        m_release.wait_all();
+    });
     connect(m_receiver.get(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
     m_flush_timer.setSingleShot(true);
     m_flush_timer.setInterval(0);
@@ -107,6 +118,10 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
 
 Engiene::~Engiene() {
     commitAndSettle();
+    m_release.wait_all();
+    if (auto* durable = m_batch.durable_commits()) {
+        durable->on_durable(nullptr, nullptr);
+    }
     m_api->set_unit_runner(nullptr);
     m_api->set_gate(nullptr);
 }

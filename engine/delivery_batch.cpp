@@ -14,6 +14,15 @@ void delivery_batch::add_store(interfaces::IWriteBatch* store) {
     }
 }
 
+interfaces::IDurableCommits* delivery_batch::durable_commits() const {
+    for (auto* store : m_stores) {
+        if (auto* durable = store->durable_commits()) {
+            return durable;
+        }
+    }
+    return nullptr;
+}
+
 void delivery_batch::begin_unit() {
     if (!enabled()) {
         return;

@@ -35,6 +35,8 @@ public:
     // Commits are timed and counted there, and tell whether the store answers.
     void set_metrics(service_metrics* metrics) { m_metrics = metrics; }
     bool enabled() const { return !m_stores.empty(); }
+    // The first store whose commits become durable only later (null: none).
+    interfaces::IDurableCommits* durable_commits() const;
     bool is_open() const { return m_open; }
     bool in_unit() const { return m_depth > 0; }
     std::size_t deferred() const { return m_deferred.size(); }

@@ -1,5 +1,6 @@
 // The delivery flow: units of work, commits, and settlement after them.
 #include <algorithm>
+#include <cstdlib>
 
 #include "engine/Engiene.h"
 #include "interfaces/IStoreLink.h"
@@ -66,7 +67,7 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         delivery.failure =
             failureLine(QString("Std::exception: ") + e.what(), delivery.tag, delivery.message, nullptr);
         delivery.type = typeOf(delivery.message);
-        settle(delivery);
+        settleAfterCommit({std::move(delivery)});
         return;
     }
     const handling_result handled = handle(delivery.message, delivery.tag, delivery.redelivered);
@@ -90,8 +91,7 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         return;
     }
     if (!m_batch.is_open()) {
-        m_outbox->release();
-        settle(delivery);
+        settleAfterCommit({std::move(delivery)});
         return;
     }
     m_batch.defer(std::move(delivery));
@@ -124,11 +124,7 @@ void Engiene::abandonBurst(delivery_batch::delivery delivery) {
     }
     if (committed) {
         // The earlier units were intact after all (only a new one could not be opened).
-        const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
-        m_outbox->release();
-        for (const auto& settled : earlier) {
-            settle(settled);
-        }
+        settleAfterCommit(m_batch.take_deferred());
         handleEachAlone({std::move(delivery)}, "the store could not open a unit for it");
         return;
     }
@@ -170,11 +166,40 @@ void Engiene::commitAndSettle() {
         handleEachAlone(m_batch.take_deferred(), error);
         return;
     }
-    const std::vector<delivery_batch::delivery> deliveries = m_batch.take_deferred();
-    m_outbox->release();
-    for (const auto& delivery : deliveries) {
-        settle(delivery);
+    settleAfterCommit(m_batch.take_deferred());
+}
+
+void Engiene::settleAfterCommit(std::vector<delivery_batch::delivery> deliveries) {
+    std::vector<durable_release::action> actions = m_outbox->take();
+    actions.reserve(actions.size() + deliveries.size());
+    for (auto& delivery : deliveries) {
+        actions.push_back([this, delivery = std::move(delivery)] { settle(delivery); });
     }
+    m_release.after_commit(std::move(actions));
+}
+
+void Engiene::releaseDurable() {
+    if (m_gate.busy()) {
+        if (!m_release_waiting) {
+            m_release_waiting = true;
+            m_gate.when_free(this, [this] {
+                m_release_waiting = false;
+                releaseDurable();
+            });
+        }
+        return;
+    }
+    handling_gate::entry in(&m_gate);
+    m_release.run_durable();
+    m_receiver->flush_settlements();
+}
+
+void Engiene::durabilityLost(const QString& why) {
+    // What reached the disk is unknown: nothing more may be acknowledged. The deliveries
+    // not acknowledged come back to the next process from the broker.
+    log_line(m_log, Error) << "the store cannot make its writes durable (" << why
+                           << "); stopping, unacknowledged deliveries stay in their queue";
+    std::_Exit(EXIT_FAILURE);
 }
 
 // A burst whose commit failed: so that one delivery's failure costs no other, each is
@@ -229,13 +254,12 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
                     ? failureLine("Std::exception: " + error, delivery.tag, delivery.message, nullptr)
                     : handled.failure;
         } else {
-            m_outbox->release();
             delivery.accepted = handled.result == outcome::acknowledge;
             delivery.failure = handled.failure;
         }
         delivery.type = handled.type;
         delivery.verdict = handled.verdict;
-        settle(delivery);
+        settleAfterCommit({std::move(delivery)});
     }
 }
 
@@ -302,7 +326,7 @@ void Engiene::runAlone(const std::function<void()>& work) {
         }
         throw std::runtime_error(("the store could not commit: " + error).toStdString());
     }
-    m_outbox->release();
+    settleAfterCommit({});
 }
 
 // While the server is away no transaction can be opened: what the work reads or writes
@@ -316,7 +340,7 @@ void Engiene::runWithoutStoreBatch(const std::function<void()>& work) {
         m_outbox->drop();
         throw;
     }
-    m_outbox->release();
+    settleAfterCommit({});
 }
 
 // Back to the queue unsettled, counted as such: the store's server was away.
@@ -340,10 +364,7 @@ void Engiene::abandonBurstForStore(const QString& why) {
     const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
     QString error;
     if (m_batch.is_open() && m_batch.commit(&error)) {
-        m_outbox->release();
-        for (const auto& delivery : earlier) {
-            settle(delivery);
-        }
+        settleAfterCommit(earlier);
     } else {
         m_outbox->drop();
         for (const auto& delivery : earlier) {
