@@ -25,16 +25,15 @@ protected:
             static int argc = 1;
             static char name[] = "sqlite_durability_test";
             static char* argv[] = {name, nullptr};
-            s_app = std::make_unique<QCoreApplication>(argc, argv);
+            // Kept to the end of the process: Qt's SQL registry outlives the tests.
+            new QCoreApplication(argc, argv);
         }
     }
 
     QString path(const QString& name) const { return m_dir.filePath(name); }
 
-    static std::unique_ptr<QCoreApplication> s_app;
     QTemporaryDir m_dir;
 };
-std::unique_ptr<QCoreApplication> SqliteDurability::s_app;
 
 void insert_row(sqlite_db::backend& db, int n) {
     sqlite_db::backend::transaction t(db);
