@@ -110,19 +110,17 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
 // delivery of it that the commit does not store, this one included, is handled again on
 // its own.
 void Engiene::abandonBurst(delivery_batch::delivery delivery) {
-    QString error;
-    bool unavailable = false;
-    const bool committed = m_batch.commit(&error, &unavailable);
-    if (unavailable) {
+    const delivery_batch::commit_result done = m_batch.commit();
+    if (done.store_away()) {
         m_outbox->drop();
         for (const auto& earlier : m_batch.take_deferred()) {
             requeue(earlier);
         }
         requeue(delivery);
-        pauseForStore(error);
+        pauseForStore(done.error);
         return;
     }
-    if (committed) {
+    if (done.committed()) {
         // The earlier units were intact after all (only a new one could not be opened).
         settleAfterCommit(m_batch.take_deferred());
         handleEachAlone({std::move(delivery)}, "the store could not open a unit for it");
@@ -131,7 +129,7 @@ void Engiene::abandonBurst(delivery_batch::delivery delivery) {
     m_outbox->drop();
     std::vector<delivery_batch::delivery> all = m_batch.take_deferred();
     all.push_back(std::move(delivery));
-    handleEachAlone(std::move(all), error);
+    handleEachAlone(std::move(all), done.error);
 }
 
 void Engiene::flushDeliveries() {
@@ -155,15 +153,14 @@ void Engiene::commitAndSettle() {
     if (!m_batch.is_open()) {
         return;
     }
-    QString error;
-    bool unavailable = false;
-    if (!m_batch.commit(&error, &unavailable)) {
-        if (unavailable) {
-            abandonBurstForStore(error);
-            return;
-        }
+    const delivery_batch::commit_result done = m_batch.commit();
+    if (done.store_away()) {
+        abandonBurstForStore(done.error);
+        return;
+    }
+    if (!done.committed()) {
         m_outbox->drop();
-        handleEachAlone(m_batch.take_deferred(), error);
+        handleEachAlone(m_batch.take_deferred(), done.error);
         return;
     }
     settleAfterCommit(m_batch.take_deferred());
@@ -227,11 +224,12 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
                 storeWentAway(delivery, u.outbox_mark, handled.failure);
                 continue;
             }
-            stored = endUnit(u, handled.result != outcome::reject_and_undo) &&
-                     m_batch.commit(&error, &unavailable);
-            if (!stored && m_batch.is_open()) {
-                m_batch.commit(&error, &unavailable);
-            }
+            // A unit the store lost still ends its batch, whose commit then fails.
+            const bool intact = endUnit(u, handled.result != outcome::reject_and_undo);
+            const delivery_batch::commit_result done = m_batch.commit();
+            stored = intact && done.committed();
+            error = done.error;
+            unavailable = done.store_away();
         } catch (const interfaces::store_unavailable& e) {
             storeWentAway(delivery, outbox_mark, QString::fromUtf8(e.what()));
             continue;
@@ -294,30 +292,29 @@ void Engiene::runAlone(const std::function<void()>& work) {
         abandonBurstForStore(QString::fromUtf8(e.what()));
         throw;
     } catch (...) {
-        QString ignored;
         try {
             endUnit(u, false);
         } catch (const interfaces::store_unavailable&) {
             m_batch.abandon_units();
         }
-        m_batch.commit(&ignored);
+        m_batch.commit();
         m_outbox->drop();
         throw;
     }
-    QString error;
-    bool unavailable = false;
-    bool stored = false;
+    delivery_batch::commit_result done{delivery_batch::commit_result::outcome::failed, {}};
     try {
-        stored = endUnit(u, true) && m_batch.commit(&error, &unavailable);
+        if (endUnit(u, true)) {
+            done = m_batch.commit();
+        }
     } catch (const interfaces::store_unavailable& e) {
-        error = QString::fromUtf8(e.what());
-        unavailable = true;
+        done = {delivery_batch::commit_result::outcome::store_away, QString::fromUtf8(e.what())};
     }
-    if (!stored) {
+    const QString error = done.error;
+    const bool unavailable = done.store_away();
+    if (!done.committed()) {
         if (m_batch.is_open()) {
             m_batch.abandon_units();
-            QString ignored;
-            m_batch.commit(&ignored);
+            m_batch.commit();
         }
         m_outbox->drop();
         if (unavailable) {
@@ -362,8 +359,7 @@ void Engiene::storeWentAway(const delivery_batch::delivery& delivery, std::size_
 void Engiene::abandonBurstForStore(const QString& why) {
     m_batch.abandon_units();
     const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
-    QString error;
-    if (m_batch.is_open() && m_batch.commit(&error)) {
+    if (m_batch.is_open() && m_batch.commit().committed()) {
         settleAfterCommit(earlier);
     } else {
         m_outbox->drop();

@@ -26,6 +26,9 @@ QString next_connection_name() {
 // The log grows past the checkpoint size while a checkpoint copies it; at this many
 // times that size the checkpointer resets it.
 constexpr int restart_factor = 8;
+// Should the checkpointer thread still not catch up (starved of CPU while commits go on),
+// at this many times the size this thread copies the log itself, once: a bound, rare.
+constexpr int emergency_factor = 16;
 constexpr int page_bytes = 4096;
 
 sqlite3* native_handle(const QSqlDatabase& db) {
@@ -77,13 +80,22 @@ void backend::start_disk_threads() {
     sqlite3_wal_hook(handle, &backend::on_wal_commit, this);
 }
 
-int backend::on_wal_commit(void* self, sqlite3*, const char*, int pages) {
+int backend::on_wal_commit(void* self, sqlite3* handle, const char*, int pages) {
     auto* db = static_cast<backend*>(self);
     ++db->m_commit_ticket;
     if (db->m_syncer)
         db->m_syncer->committed(db->m_commit_ticket);
     if (db->m_checkpointer && pages >= db->m_config.checkpoint_pages)
         db->m_checkpointer->request(pages);
+    const bool oversized = db->m_checkpointer && pages >= db->m_config.checkpoint_pages * emergency_factor;
+    if (oversized) {
+        // Said once per spell; the copy is tried after each commit until it succeeds.
+        if (!db->m_log_oversized)
+            qWarning().noquote() << "SQLite store" << db->m_config.path << "write-ahead log at" << pages
+                                 << "pages: copied back on the service's thread";
+        sqlite3_wal_checkpoint_v2(handle, nullptr, SQLITE_CHECKPOINT_RESTART, nullptr, nullptr);
+    }
+    db->m_log_oversized = oversized;
     return SQLITE_OK;
 }
 

@@ -103,6 +103,7 @@ private:
     int m_item_depth = 0;
     QTimer m_purge_timer;
     quint64 m_commit_ticket = 0;
+    bool m_log_oversized = false;  // the log passed the bound at which this thread copies it
     std::function<void(const QString&)> m_durable_failed;
     std::unique_ptr<wal_syncer> m_syncer;
     std::unique_ptr<wal_checkpointer> m_checkpointer;
