@@ -8,6 +8,7 @@
 #include "engine/debug_timing.h"
 #include "engine/dl_sending.h"
 #include "engine/publication.h"
+#include "interfaces/IDurableCommits.h"
 #include "model/json.h"
 
 namespace {
@@ -87,6 +88,11 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     m_batch.add_store(m_clients ? m_clients->write_batch() : nullptr);
     m_store_watch = std::make_unique<store_watch>(m_messages ? m_messages->store_link() : nullptr, m_log);
     connect(m_store_watch.get(), &store_watch::returned, this, &Engiene::resumeAfterStore);
+    m_release.set_source(m_batch.durable_commits());
+    if (auto* durable = m_batch.durable_commits()) {
+        durable->on_durable([this] { releaseDurable(); },
+                            [this](const QString& why) { durabilityLost(why); });
+    }
     if (m_endpoints) {
         connect(&m_endpoints->receiver(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
         connect(&m_endpoints->receiver(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
@@ -111,6 +117,10 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
 
 Engiene::~Engiene() {
     commitAndSettle();
+    m_release.wait_all();
+    if (auto* durable = m_batch.durable_commits()) {
+        durable->on_durable(nullptr, nullptr);
+    }
     if (m_api) {
         m_api->set_unit_runner(nullptr);
         m_api->set_gate(nullptr);
@@ -120,7 +130,12 @@ Engiene::~Engiene() {
 void Engiene::attachCommandClient(rabbit_api_man& api) {
     m_api = &api;
     m_api->set_gate(&m_gate);
-    m_api->set_unit_runner([this](const std::function<void()>& work) { runAlone(work); });
+    // A command's reply leaves after the runner returns: its writes, and everything
+    // committed before them, are durable by then.
+    m_api->set_unit_runner([this](const std::function<void()>& work) {
+        runAlone(work);
+        m_release.wait_all();
+    });
 }
 
 // The one place where a delivery's outcome is decided. Heartbeats are processed in full

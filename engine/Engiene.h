@@ -16,6 +16,7 @@
 #include "engine/amqp_endpoints.h"
 #include "engine/delivery_batch.h"
 #include "engine/driver_builder.h"
+#include "engine/durable_release.h"
 #include "engine/engine_services.h"
 #include "engine/outbox.h"
 #include "engine/output_sinks.h"
@@ -88,6 +89,8 @@ public:
     const handling_gate& gate() const { return m_gate; }
     // What the service measures; the metrics endpoint reads it from another thread.
     std::shared_ptr<service_metrics> metrics() const { return m_metrics; }
+    // Commits whose acknowledgements and publications wait for the store's disk.
+    std::size_t outputs_waiting() const { return m_release.waiting(); }
     // Whether the store's server is away: uplinks wait in their queue meanwhile.
     bool store_away() const { return m_store_watch->away(); }
 
@@ -132,6 +135,12 @@ private:
     void abandonBurst(delivery_batch::delivery delivery);
     void handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why);
     void settle(const delivery_batch::delivery& delivery);
+    // What the outbox holds and the settlement of `deliveries` go out once the store's
+    // last commit is durable, after what earlier commits let out.
+    void settleAfterCommit(std::vector<delivery_batch::delivery> deliveries);
+    // The store made more commits durable: what waited for them goes out.
+    void releaseDurable();
+    [[noreturn]] void durabilityLost(const QString& why);
     void requeue(const delivery_batch::delivery& delivery);
     // The store's server went away while `delivery` was handled (its unit began where
     // the outbox held `outbox_mark`): it goes back to the queue with every delivery of
@@ -196,12 +205,14 @@ private:
     QTimer m_controller_timer;
     delivery_batch m_batch;
     std::unique_ptr<outbox> m_outbox;
+    durable_release m_release;
     std::unique_ptr<store_watch> m_store_watch;
     // Flushes deliveries that arrived some other way than a burst from the receiver.
     QTimer m_flush_timer;
     QTimer m_metrics_timer;
     bool m_flush_waiting = false;         // a flush waits at the gate
     bool m_tick_waiting = false;          // a controller tick waits at the gate
+    bool m_release_waiting = false;       // a durable release waits at the gate
     quint64 m_handling_tag = 0;           // the delivery being handled, for log lines
     bool m_handling_redelivered = false;  // ... and whether it was delivered before
     bool m_found_stored = false;          // processUlApp found it stored already

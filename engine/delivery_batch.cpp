@@ -14,6 +14,15 @@ void delivery_batch::add_store(interfaces::IWriteBatch* store) {
     }
 }
 
+interfaces::IDurableCommits* delivery_batch::durable_commits() const {
+    for (auto* store : m_stores) {
+        if (auto* durable = store->durable_commits()) {
+            return durable;
+        }
+    }
+    return nullptr;
+}
+
 void delivery_batch::begin_unit() {
     if (!enabled()) {
         return;
@@ -59,12 +68,10 @@ void delivery_batch::abandon_units() {
     }
 }
 
-bool delivery_batch::commit(QString* error, bool* unavailable) {
-    if (unavailable) {
-        *unavailable = false;
-    }
+delivery_batch::commit_result delivery_batch::commit() {
+    commit_result done;
     if (!m_open) {
-        return true;
+        return done;
     }
     m_open = false;
     m_depth = 0;
@@ -79,9 +86,7 @@ bool delivery_batch::commit(QString* error, bool* unavailable) {
                 store->commit_batch();
             } catch (const interfaces::store_unavailable& e) {
                 failure = QString::fromUtf8(e.what());
-                if (unavailable) {
-                    *unavailable = true;
-                }
+                done.result = commit_result::outcome::store_away;
             } catch (const std::exception& e) {
                 failure = QString::fromUtf8(e.what());
             }
@@ -95,10 +100,11 @@ bool delivery_batch::commit(QString* error, bool* unavailable) {
             m_metrics->batch_size().observe(double(m_deferred.size()));
         }
     }
-    if (error) {
-        *error = failure;
+    if (!failure.isEmpty() && done.result == commit_result::outcome::committed) {
+        done.result = commit_result::outcome::failed;
     }
-    return failure.isEmpty();
+    done.error = failure;
+    return done;
 }
 
 std::vector<delivery_batch::delivery> delivery_batch::take_deferred() {

@@ -35,6 +35,8 @@ public:
     // Commits are timed and counted there, and tell whether the store answers.
     void set_metrics(service_metrics* metrics) { m_metrics = metrics; }
     bool enabled() const { return !m_stores.empty(); }
+    // The first store whose commits become durable only later (null: none).
+    interfaces::IDurableCommits* durable_commits() const;
     bool is_open() const { return m_open; }
     bool in_unit() const { return m_depth > 0; }
     std::size_t deferred() const { return m_deferred.size(); }
@@ -48,10 +50,17 @@ public:
     bool end_unit(bool keep);
     void defer(delivery d) { m_deferred.push_back(std::move(d)); }
 
-    // Commits every store; false with `error` set when one failed, and then nothing of
-    // the batch is to be taken as stored. The deferred deliveries stay for take_deferred().
-    // `unavailable` tells whether a store failed because its server was away.
-    bool commit(QString* error, bool* unavailable = nullptr);
+    // How a commit ended: stored; failed (nothing of the batch is to be taken as
+    // stored); or failed because a store's server was away.
+    struct commit_result {
+        enum class outcome { committed, failed, store_away };
+        outcome result = outcome::committed;
+        QString error;  // what the failing store said
+        bool committed() const { return result == outcome::committed; }
+        bool store_away() const { return result == outcome::store_away; }
+    };
+    // Commits every store. The deferred deliveries stay for take_deferred().
+    commit_result commit();
     // Undoes every open unit, whatever a store answers (its server may be gone); the
     // batch stays open for commit().
     void abandon_units();

@@ -50,6 +50,13 @@ void outbox::release() {
     }
 }
 
+std::vector<std::function<void()>> outbox::take() {
+    m_holding = false;
+    std::vector<std::function<void()>> held;
+    held.swap(m_held);
+    return held;
+}
+
 void outbox::drop() {
     m_holding = false;
     m_held.clear();

@@ -37,6 +37,8 @@ public:
     std::size_t held() const { return m_held.size(); }
     // Sends everything held, in order, and stops holding.
     void release();
+    // Hands over everything held, in order, to be sent later, and stops holding.
+    std::vector<std::function<void()>> take();
     // Forgets everything held and stops holding.
     void drop();
 

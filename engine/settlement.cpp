@@ -1,5 +1,6 @@
 // The delivery flow: units of work, commits, and settlement after them.
 #include <algorithm>
+#include <cstdlib>
 
 #include "engine/Engiene.h"
 #include "interfaces/IStoreLink.h"
@@ -65,7 +66,7 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         // The store cannot even begin (its lock is held elsewhere, the file is gone).
         delivery.failure = failureLine(caught_failure::current(), delivery.tag, delivery.message, nullptr);
         delivery.type = typeOf(delivery.message);
-        settle(delivery);
+        settleAfterCommit({std::move(delivery)});
         return;
     }
     const handling_result handled = handle(delivery.message, delivery.tag, delivery.redelivered);
@@ -89,8 +90,7 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         return;
     }
     if (!m_batch.is_open()) {
-        m_outbox->release();
-        settle(delivery);
+        settleAfterCommit({std::move(delivery)});
         return;
     }
     m_batch.defer(std::move(delivery));
@@ -109,32 +109,26 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
 // delivery of it that the commit does not store, this one included, is handled again on
 // its own.
 void Engiene::abandonBurst(delivery_batch::delivery delivery) {
-    QString error;
-    bool unavailable = false;
-    const bool committed = m_batch.commit(&error, &unavailable);
-    if (unavailable) {
+    const delivery_batch::commit_result done = m_batch.commit();
+    if (done.store_away()) {
         m_outbox->drop();
         for (const auto& earlier : m_batch.take_deferred()) {
             requeue(earlier);
         }
         requeue(delivery);
-        pauseForStore(error);
+        pauseForStore(done.error);
         return;
     }
-    if (committed) {
+    if (done.committed()) {
         // The earlier units were intact after all (only a new one could not be opened).
-        const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
-        m_outbox->release();
-        for (const auto& settled : earlier) {
-            settle(settled);
-        }
+        settleAfterCommit(m_batch.take_deferred());
         handleEachAlone({std::move(delivery)}, "the store could not open a unit for it");
         return;
     }
     m_outbox->drop();
     std::vector<delivery_batch::delivery> all = m_batch.take_deferred();
     all.push_back(std::move(delivery));
-    handleEachAlone(std::move(all), error);
+    handleEachAlone(std::move(all), done.error);
 }
 
 void Engiene::flushDeliveries() {
@@ -158,22 +152,50 @@ void Engiene::commitAndSettle() {
     if (!m_batch.is_open()) {
         return;
     }
-    QString error;
-    bool unavailable = false;
-    if (!m_batch.commit(&error, &unavailable)) {
-        if (unavailable) {
-            abandonBurstForStore(error);
-            return;
-        }
-        m_outbox->drop();
-        handleEachAlone(m_batch.take_deferred(), error);
+    const delivery_batch::commit_result done = m_batch.commit();
+    if (done.store_away()) {
+        abandonBurstForStore(done.error);
         return;
     }
-    const std::vector<delivery_batch::delivery> deliveries = m_batch.take_deferred();
-    m_outbox->release();
-    for (const auto& delivery : deliveries) {
-        settle(delivery);
+    if (!done.committed()) {
+        m_outbox->drop();
+        handleEachAlone(m_batch.take_deferred(), done.error);
+        return;
     }
+    settleAfterCommit(m_batch.take_deferred());
+}
+
+void Engiene::settleAfterCommit(std::vector<delivery_batch::delivery> deliveries) {
+    std::vector<durable_release::action> actions = m_outbox->take();
+    actions.reserve(actions.size() + deliveries.size());
+    for (auto& delivery : deliveries) {
+        actions.push_back([this, delivery = std::move(delivery)] { settle(delivery); });
+    }
+    m_release.after_commit(std::move(actions));
+}
+
+void Engiene::releaseDurable() {
+    if (m_gate.busy()) {
+        if (!m_release_waiting) {
+            m_release_waiting = true;
+            m_gate.when_free(this, [this] {
+                m_release_waiting = false;
+                releaseDurable();
+            });
+        }
+        return;
+    }
+    handling_gate::entry in(&m_gate);
+    m_release.run_durable();
+    m_receiver->flush_settlements();
+}
+
+void Engiene::durabilityLost(const QString& why) {
+    // What reached the disk is unknown: nothing more may be acknowledged. The deliveries
+    // not acknowledged come back to the next process from the broker.
+    log_line(m_log, Error) << "the store cannot make its writes durable (" << why
+                           << "); stopping, unacknowledged deliveries stay in their queue";
+    std::_Exit(EXIT_FAILURE);
 }
 
 // A burst whose commit failed: so that one delivery's failure costs no other, each is
@@ -201,11 +223,12 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
                 storeWentAway(delivery, u.outbox_mark, handled.failure);
                 continue;
             }
-            stored = endUnit(u, handled.result != outcome::reject_and_undo) &&
-                     m_batch.commit(&error, &unavailable);
-            if (!stored && m_batch.is_open()) {
-                m_batch.commit(&error, &unavailable);
-            }
+            // A unit the store lost still ends its batch, whose commit then fails.
+            const bool intact = endUnit(u, handled.result != outcome::reject_and_undo);
+            const delivery_batch::commit_result done = m_batch.commit();
+            stored = intact && done.committed();
+            error = done.error;
+            unavailable = done.store_away();
         } catch (const interfaces::store_unavailable& e) {
             storeWentAway(delivery, outbox_mark, QString::fromUtf8(e.what()));
             continue;
@@ -228,13 +251,12 @@ void Engiene::handleEachAlone(std::vector<delivery_batch::delivery> deliveries, 
                                                  delivery.message, nullptr)
                                    : handled.failure;
         } else {
-            m_outbox->release();
             delivery.accepted = handled.result == outcome::acknowledge;
             delivery.failure = handled.failure;
         }
         delivery.type = handled.type;
         delivery.verdict = handled.verdict;
-        settle(delivery);
+        settleAfterCommit({std::move(delivery)});
     }
 }
 
@@ -269,30 +291,29 @@ void Engiene::runAlone(const std::function<void()>& work) {
         abandonBurstForStore(QString::fromUtf8(e.what()));
         throw;
     } catch (...) {
-        QString ignored;
         try {
             endUnit(u, false);
         } catch (const interfaces::store_unavailable&) {
             m_batch.abandon_units();
         }
-        m_batch.commit(&ignored);
+        m_batch.commit();
         m_outbox->drop();
         throw;
     }
-    QString error;
-    bool unavailable = false;
-    bool stored = false;
+    delivery_batch::commit_result done{delivery_batch::commit_result::outcome::failed, {}};
     try {
-        stored = endUnit(u, true) && m_batch.commit(&error, &unavailable);
+        if (endUnit(u, true)) {
+            done = m_batch.commit();
+        }
     } catch (const interfaces::store_unavailable& e) {
-        error = QString::fromUtf8(e.what());
-        unavailable = true;
+        done = {delivery_batch::commit_result::outcome::store_away, QString::fromUtf8(e.what())};
     }
-    if (!stored) {
+    const QString error = done.error;
+    const bool unavailable = done.store_away();
+    if (!done.committed()) {
         if (m_batch.is_open()) {
             m_batch.abandon_units();
-            QString ignored;
-            m_batch.commit(&ignored);
+            m_batch.commit();
         }
         m_outbox->drop();
         if (unavailable) {
@@ -301,7 +322,7 @@ void Engiene::runAlone(const std::function<void()>& work) {
         }
         throw std::runtime_error(("the store could not commit: " + error).toStdString());
     }
-    m_outbox->release();
+    settleAfterCommit({});
 }
 
 // While the server is away no transaction can be opened: what the work reads or writes
@@ -315,7 +336,7 @@ void Engiene::runWithoutStoreBatch(const std::function<void()>& work) {
         m_outbox->drop();
         throw;
     }
-    m_outbox->release();
+    settleAfterCommit({});
 }
 
 // Back to the queue unsettled, counted as such: the store's server was away.
@@ -337,12 +358,8 @@ void Engiene::storeWentAway(const delivery_batch::delivery& delivery, std::size_
 void Engiene::abandonBurstForStore(const QString& why) {
     m_batch.abandon_units();
     const std::vector<delivery_batch::delivery> earlier = m_batch.take_deferred();
-    QString error;
-    if (m_batch.is_open() && m_batch.commit(&error)) {
-        m_outbox->release();
-        for (const auto& delivery : earlier) {
-            settle(delivery);
-        }
+    if (m_batch.is_open() && m_batch.commit().committed()) {
+        settleAfterCommit(earlier);
     } else {
         m_outbox->drop();
         for (const auto& delivery : earlier) {

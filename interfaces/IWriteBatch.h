@@ -1,6 +1,10 @@
 #pragma once
 
 namespace interfaces {
+class IDurableCommits;
+}
+
+namespace interfaces {
 
 // Optional capability of a store back end: the writes of several messages in one
 // transaction, each message's own writes kept or undone as a unit. The engine opens a
@@ -24,6 +28,8 @@ public:
     // Throws when the commit fails; nothing of the batch is stored then.
     virtual void commit_batch() = 0;
     virtual bool batch_open() const = 0;
+    // The store's durability tickets, when its commits become durable only later.
+    virtual IDurableCommits* durable_commits() { return nullptr; }
 };
 
 }  // namespace interfaces

@@ -1,14 +1,18 @@
 #include "databases/sqlite/backend.h"
 
+#include <sqlite3.h>
 #include <QAbstractEventDispatcher>
 #include <QDateTime>
 #include <QDebug>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QUuid>
 #include <stdexcept>
 
 #include "databases/sqlite/schema.h"
+#include "databases/sqlite/wal_checkpointer.h"
+#include "databases/sqlite/wal_syncer.h"
 
 namespace sqlite_db {
 namespace {
@@ -17,6 +21,22 @@ namespace {
 // one process and Qt's connection registry.
 QString next_connection_name() {
     return "quillon_sqlite_" + QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
+
+// The log grows past the checkpoint size while a checkpoint copies it; at this many
+// times that size the checkpointer resets it.
+constexpr int restart_factor = 8;
+// Should the checkpointer thread still not catch up (starved of CPU while commits go on),
+// at this many times the size this thread copies the log itself, once: a bound, rare.
+constexpr int emergency_factor = 16;
+constexpr int page_bytes = 4096;
+
+sqlite3* native_handle(const QSqlDatabase& db) {
+    const QVariant handle = db.driver()->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
+        return nullptr;
+    }
+    return *static_cast<sqlite3* const*>(handle.data());
 }
 
 }  // namespace
@@ -41,6 +61,82 @@ backend::backend(const sqlite_config& config) : m_config(config), m_connection(n
     }
 }
 
+// Only where an event loop runs: a tool without one syncs and checkpoints on its own
+// thread, as SQLite does by default.
+void backend::start_disk_threads() {
+    sqlite3* handle = native_handle(m_db);
+    if (!handle)
+        fail("cannot open", "the Qt SQL driver gives no SQLite handle");
+    if (m_config.synchronous_full)
+        m_syncer = std::make_unique<wal_syncer>(m_config.path + "-wal");
+    if (m_config.checkpoint_pages > 0) {
+        m_checkpointer = std::make_unique<wal_checkpointer>(m_config.path, m_config.busy_timeout_ms,
+                                                            m_config.checkpoint_pages * restart_factor);
+        // A reset log keeps at most twice the checkpoint size of its file.
+        run_plain(
+            QString("PRAGMA journal_size_limit=%1").arg(qint64(m_config.checkpoint_pages) * 2 * page_bytes));
+    }
+    // Replaces SQLite's own automatic checkpoint, which would run on this thread.
+    sqlite3_wal_hook(handle, &backend::on_wal_commit, this);
+}
+
+int backend::on_wal_commit(void* self, sqlite3* handle, const char*, int pages) {
+    auto* db = static_cast<backend*>(self);
+    ++db->m_commit_ticket;
+    if (db->m_syncer)
+        db->m_syncer->committed(db->m_commit_ticket);
+    if (db->m_checkpointer && pages >= db->m_config.checkpoint_pages)
+        db->m_checkpointer->request(pages);
+    const bool oversized = db->m_checkpointer && pages >= db->m_config.checkpoint_pages * emergency_factor;
+    if (oversized) {
+        // Said once per spell; the copy is tried after each commit until it succeeds.
+        if (!db->m_log_oversized)
+            qWarning().noquote() << "SQLite store" << db->m_config.path << "write-ahead log at" << pages
+                                 << "pages: copied back on the service's thread";
+        sqlite3_wal_checkpoint_v2(handle, nullptr, SQLITE_CHECKPOINT_RESTART, nullptr, nullptr);
+    }
+    db->m_log_oversized = oversized;
+    return SQLITE_OK;
+}
+
+interfaces::IDurableCommits* backend::durable_commits() {
+    return m_syncer ? this : nullptr;
+}
+
+quint64 backend::durable_ticket() const {
+    return m_syncer ? m_syncer->durable() : m_commit_ticket;
+}
+
+quint64 backend::checkpoints() const {
+    return m_checkpointer ? m_checkpointer->checkpoints() : 0;
+}
+
+void backend::on_durable(std::function<void()> advanced, std::function<void(const QString&)> failed) {
+    m_durable_failed = std::move(failed);
+    if (!m_syncer)
+        return;
+    disconnect(m_syncer.get(), nullptr, this, nullptr);
+    if (!advanced)
+        return;  // the listener is gone
+    connect(m_syncer.get(), &wal_syncer::advanced, this, std::move(advanced), Qt::QueuedConnection);
+    connect(
+        m_syncer.get(), &wal_syncer::failed, this,
+        [this](const QString& error) {
+            if (m_durable_failed)
+                m_durable_failed(error);
+        },
+        Qt::QueuedConnection);
+}
+
+bool backend::wait_durable(quint64 ticket) {
+    QString error;
+    if (!m_syncer || m_syncer->wait(ticket, &error))
+        return true;
+    if (m_durable_failed)
+        m_durable_failed(error);
+    return false;
+}
+
 backend::~backend() {
     m_purge_timer.stop();
     if (m_batch_open) {
@@ -52,6 +148,9 @@ backend::~backend() {
     } else if (m_transaction_depth > 0) {
         qWarning() << "SQLite store" << m_config.path << "closed inside a transaction; rolled back";
     }
+    // The syncer syncs what is committed before it stops; both go before the connection.
+    m_checkpointer.reset();
+    m_syncer.reset();
     m_statements.clear();
     m_db.close();
     m_db = QSqlDatabase();
@@ -79,9 +178,15 @@ void backend::open() {
     q.finish();
     if (mode.compare("wal", Qt::CaseInsensitive) != 0)
         fail("cannot open", QString("WAL journal refused (journal mode %1)").arg(mode));
-    run_plain(QString("PRAGMA synchronous=%1").arg(m_config.synchronous_full ? "FULL" : "NORMAL"));
+    // With an event loop the commits do not sync here: the syncer thread does, and
+    // nothing that speaks of a commit leaves before (see IDurableCommits).
+    const bool disk_threads = QAbstractEventDispatcher::instance() != nullptr;
+    const bool sync_here = m_config.synchronous_full && !disk_threads;
+    run_plain(QString("PRAGMA synchronous=%1").arg(sync_here ? "FULL" : "NORMAL"));
     run_plain(QString("PRAGMA busy_timeout=%1").arg(m_config.busy_timeout_ms));
-    run_plain(QString("PRAGMA wal_autocheckpoint=%1").arg(m_config.checkpoint_pages));
+    run_plain(QString("PRAGMA wal_autocheckpoint=%1").arg(disk_threads ? 0 : m_config.checkpoint_pages));
+    if (disk_threads)
+        start_disk_threads();
     if (m_config.max_page_count > 0)
         run_plain(QString("PRAGMA max_page_count=%1").arg(m_config.max_page_count));
 }

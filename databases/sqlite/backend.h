@@ -11,15 +11,25 @@
 #include <memory>
 
 #include "databases/sqlite/sqlite_config.h"
+#include "interfaces/IDurableCommits.h"
 #include "interfaces/IWriteBatch.h"
 
+struct sqlite3;
+
 namespace sqlite_db {
+
+class wal_checkpointer;
+class wal_syncer;
 
 // One connection to the database file, shared by the four store objects of the plugin.
 // Opens the file in WAL mode, creates or migrates the schema, caches prepared
 // statements and purges expired rows in small batches from a timer.
 // Every failure is thrown as std::runtime_error naming the file.
-class backend : public QObject, public interfaces::IWriteBatch {
+//
+// Inside a service (a thread with an event loop) the disk work leaves the connection's
+// thread: commits only write the log, a syncer thread makes them durable (the
+// IDurableCommits tickets) and a checkpointer thread copies the log back into the file.
+class backend : public QObject, public interfaces::IWriteBatch, public interfaces::IDurableCommits {
     Q_OBJECT
     Q_DISABLE_COPY(backend)
 public:
@@ -64,12 +74,23 @@ public:
     bool end_item(bool keep) override;
     void commit_batch() override;
     bool batch_open() const override { return m_batch_open; }
+    // Null unless commits are made durable by the syncer thread.
+    interfaces::IDurableCommits* durable_commits() override;
+
+    quint64 commit_ticket() const override { return m_commit_ticket; }
+    quint64 durable_ticket() const override;
+    void on_durable(std::function<void()> advanced, std::function<void(const QString&)> failed) override;
+    bool wait_durable(quint64 ticket) override;
+    // Checkpoints run by the checkpointer thread (0 without one).
+    quint64 checkpoints() const;
 
     [[noreturn]] void fail(const QString& what, const QString& detail) const;
 
 private:
     void open();
     void purge_tick();
+    void start_disk_threads();
+    static int on_wal_commit(void* self, sqlite3* db, const char* name, int pages);
 
     sqlite_config m_config;
     QString m_connection;
@@ -81,6 +102,11 @@ private:
     QString m_broken_reason;      // what SQLite said when it was found out
     int m_item_depth = 0;
     QTimer m_purge_timer;
+    quint64 m_commit_ticket = 0;
+    bool m_log_oversized = false;  // the log passed the bound at which this thread copies it
+    std::function<void(const QString&)> m_durable_failed;
+    std::unique_ptr<wal_syncer> m_syncer;
+    std::unique_ptr<wal_checkpointer> m_checkpointer;
 };
 
 }  // namespace sqlite_db

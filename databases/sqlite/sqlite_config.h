@@ -9,14 +9,16 @@ namespace sqlite_db {
 // (plug_db_driver_sqlite.json beside the plugin) holds:
 //   "path"            database file; relative paths are taken from the working
 //                     directory (default "quillon.db")
-//   "synchronous"     "FULL" (default: every commit reaches the disk before it is
-//                     acknowledged) or "NORMAL" (a power loss may cost the last
-//                     acknowledged transactions; a process crash costs nothing)
+//   "synchronous"     "FULL" (default: every commit reaches the disk before anything
+//                     speaking of it leaves; inside a service a syncer thread syncs) or
+//                     "NORMAL" (a power loss may cost the last acknowledged
+//                     transactions; a process crash costs nothing)
 //   "purge_interval"  seconds between clean-ups of expired rows (default 60, 0 = off)
 //   "purge_batch"     most rows deleted per table and clean-up (default 500)
 //   "busy_timeout"    ms to wait for another process's write lock (default 5000)
-//   "checkpoint_pages"  write-ahead-log pages after which a commit copies the log back
-//                     into the file (default 1000; 0 = never, for an outside checkpointer)
+//   "checkpoint_pages"  write-ahead-log pages after which the log is copied back into
+//                     the file, on a thread of its own inside a service (default 1000;
+//                     0 = never, for an outside checkpointer)
 //   "max_page_count"  most pages the file may grow to (default 0 = SQLite's own limit);
 //                     a write beyond it fails as on a full disk
 //   "devices"         optional registry seed: {"77": {"protocol": ..., "hw_type": ...,

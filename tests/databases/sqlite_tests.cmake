@@ -18,3 +18,7 @@ quillon_add_test(sqlite_devices_tool_test
   SOURCES sqlite_devices_tool_test.cpp
   LIBS quillon_interfaces quillon_model Qt5::Sql QT_MAIN)
 add_dependencies(sqlite_devices_tool_test plug_db_driver_sqlite quillon-devices)
+
+quillon_add_test(sqlite_durability_test
+  SOURCES sqlite_durability_test.cpp
+  LIBS quillon_sqlite_store Qt5::Sql)

@@ -57,8 +57,7 @@ TEST(DeliveryBatch, WithoutBatchingStoresNothingIsOpenedOrDeferred) {
     EXPECT_FALSE(batch.is_open());
     EXPECT_FALSE(batch.in_unit());
     EXPECT_TRUE(batch.end_unit(false));
-    QString error;
-    EXPECT_TRUE(batch.commit(&error));
+    EXPECT_TRUE(batch.commit().committed());
 }
 
 TEST(DeliveryBatch, EachBackEndIsAskedOnceAndUnitsNestInsideOneTransaction) {
@@ -81,9 +80,9 @@ TEST(DeliveryBatch, EachBackEndIsAskedOnceAndUnitsNestInsideOneTransaction) {
     batch.defer(delivery(8, false));
     EXPECT_EQ(batch.deferred(), 2u);
 
-    QString error = "untouched";
-    EXPECT_TRUE(batch.commit(&error));
-    EXPECT_TRUE(error.isEmpty());
+    const delivery_batch::commit_result done = batch.commit();
+    EXPECT_TRUE(done.committed());
+    EXPECT_TRUE(done.error.isEmpty());
     EXPECT_EQ(a.m_calls, (QStringList{"begin", "item", "item", "undo", "keep", "item", "undo", "commit"}));
     EXPECT_EQ(b.m_calls, a.m_calls);
     EXPECT_FALSE(batch.is_open());
@@ -108,9 +107,9 @@ TEST(DeliveryBatch, AFailedCommitIsReportedWithTheReasonAndKeepsTheDeliveries) {
         batch.defer(delivery(tag, true));
     }
 
-    QString reason;
-    EXPECT_FALSE(batch.commit(&reason));
-    EXPECT_EQ(reason, "disk I/O error");
+    const delivery_batch::commit_result done = batch.commit();
+    EXPECT_FALSE(done.committed());
+    EXPECT_EQ(done.error, "disk I/O error");
     // Every back end was still asked to commit.
     EXPECT_EQ(a.m_calls.count("commit"), 1);
     EXPECT_FALSE(batch.is_open());

@@ -36,6 +36,7 @@ TEST_F(EngineBatch, ABurstIsCommittedBeforeAnyOfItIsSettled) {
     EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages"), "0");
 
     m_engine->flushDeliveries();
+    all_durable();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1}));
     EXPECT_EQ(m_receiver->m_rejected, (std::vector<uint64_t>{2, 3, 4}));
     // The failed uplink's saved message went with it; its neighbours' writes stayed.
@@ -53,6 +54,7 @@ TEST_F(EngineBatch, HalfThePrefetchWindowIsSettledWithoutWaitingForTheBurstToEnd
     m_engine->onUlReceived(uplink(2), 2);
     EXPECT_TRUE(m_receiver->m_acked.empty());
     m_engine->onUlReceived(uplink(3), 3);
+    all_durable();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2, 3}));
     EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages"), "3");
 
@@ -60,5 +62,6 @@ TEST_F(EngineBatch, HalfThePrefetchWindowIsSettledWithoutWaitingForTheBurstToEnd
     m_engine->onUlReceived(uplink(4), 4);
     EXPECT_EQ(m_receiver->m_acked.size(), 3u);
     QCoreApplication::processEvents();
+    all_durable();
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2, 3, 4}));
 }

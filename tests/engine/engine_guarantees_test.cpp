@@ -86,6 +86,7 @@ TEST_F(EngineGuarantees, ADeliveryArrivingWhileThePublisherWaitsIsHandledAfterwa
     };
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->flushDeliveries();
+    all_durable();
     ASSERT_TRUE(settled(2));
 
     EXPECT_TRUE(nested);  // it really arrived during the wait
@@ -126,6 +127,7 @@ TEST_F(EngineGuarantees, StepsAfterStoringNeverEraseTheUplink) {
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(77), 2);
     m_engine->flushDeliveries();
+    all_durable();
 
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2}));
     EXPECT_EQ(stored_modems(), "77,77");
@@ -152,6 +154,7 @@ TEST_F(EngineGuarantees, AQueuedDownlinkLeavesOnlyAfterItsRecordIsCommitted) {
     };
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->flushDeliveries();
+    all_durable();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !m_api->m_sent.empty(); }, 1000));
 
     ASSERT_EQ(m_api->m_sent.size(), 1u);
@@ -178,6 +181,7 @@ TEST_F(EngineGuarantees, ACommandIsAUnitOfItsOwnBetweenBursts) {
     m_engine->api()->listen(command("undone", true), 11);
     m_engine->onUlReceived(uplink(78), 2);
     m_engine->flushDeliveries();
+    all_durable();
     EXPECT_TRUE(state()->get(500, "undone").isUndefined());
     EXPECT_EQ(state()->get(500, "done").toInt(), 1);
     EXPECT_TRUE(log_text().contains("error while parse income message :half-way"));
@@ -199,6 +203,7 @@ TEST_F(EngineGuarantees, WaitingForThePublisherBurnsNoCpuAndHoldsNoWriteLock) {
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->onUlReceived(uplink(78), 2);
     m_engine->flushDeliveries();
+    all_durable();
     ASSERT_TRUE(settled(2));
     const double cpu = process_cpu_seconds() - cpu_before;
 
@@ -215,6 +220,7 @@ TEST_F(EngineGuarantees, AnUplinkDeliveredAgainAfterItsCommitIsStoredOnce) {
     make_engine();
     m_engine->onUlReceived(uplink(77), 1);
     m_engine->flushDeliveries();
+    all_durable();
     ASSERT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1}));
     const std::size_t published = m_publisher->m_published.size();
     const int controller_calls = m_driver->m_controller_calls;
@@ -225,6 +231,7 @@ TEST_F(EngineGuarantees, AnUplinkDeliveredAgainAfterItsCommitIsStoredOnce) {
     other_iterator["iterator"] = 8;
     m_engine->onUlReceived(other_iterator, 3);
     m_engine->flushDeliveries();
+    all_durable();
 
     EXPECT_EQ(m_receiver->m_acked, (std::vector<uint64_t>{1, 2, 3}));
     EXPECT_EQ(committed("SELECT COUNT(*) FROM ul_messages WHERE modem_id = 77 AND iterator = 7"), "1");

@@ -3,6 +3,7 @@
 #include <QJsonDocument>
 #include <QSqlDatabase>
 #include <QSqlQuery>
+#include <QTest>
 
 #include "engine_fixture.h"
 
@@ -64,6 +65,12 @@ protected:
         }
         QSqlDatabase::removeDatabase(name);
         return taken;
+    }
+
+    // The store syncs on a thread of its own: waits until what every commit let out has
+    // gone out.
+    void all_durable() {
+        ASSERT_TRUE(QTest::qWaitFor([&] { return m_engine->outputs_waiting() == 0; }, 10000));
     }
 
     QString m_path;
