@@ -121,9 +121,10 @@ void Engiene::saveExploidObjects(const model::eav_list& records) {
 void Engiene::storeModemState(int modem_id, const QJsonObject& json, const QJsonObject* heartbeat_data) {
     store_timer timed(*m_metrics, service_metrics::store_operation::modem_state);
     m_state->begin(modem_id);
-    m_state->set(modem_id, "common", QJsonDocument(model::modem_radio_summary(json)).toJson());
+    // Handed over as JSON values: the store writes them without a detour through text.
+    m_state->set(modem_id, "common", QJsonValue(model::modem_radio_summary(json)));
     if (heartbeat_data) {
-        m_state->set(modem_id, "heartbeat", QJsonDocument(*heartbeat_data).toJson());
+        m_state->set(modem_id, "heartbeat", QJsonValue(*heartbeat_data));
     }
     m_state->end(modem_id, 0);
 }

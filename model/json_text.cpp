@@ -192,6 +192,36 @@ void append_document(QByteArray& out, const QJsonDocument& d) {
     }
 }
 
+object_writer::object_writer(QByteArray& out) : m_out(out) {
+    m_out.append('{');
+}
+
+object_writer::~object_writer() {
+    m_out.append('}');
+}
+
+QByteArray& object_writer::key(const char* name, int length) {
+    if (m_members++ > 0) {
+        m_out.append(',');
+    }
+    m_out.append('"');
+    m_out.append(name, length);
+    m_out.append("\":", 2);
+    return m_out;
+}
+
+void append_hex(QByteArray& out, const QByteArray& bytes) {
+    const int start = out.size();
+    out.resize(start + 2 + 2 * bytes.size());
+    char* p = out.data() + start;
+    *p++ = '"';
+    for (const char c : bytes) {
+        *p++ = hex_digit(uint8_t(c) >> 4);
+        *p++ = hex_digit(uint8_t(c) & 0xf);
+    }
+    *p = '"';
+}
+
 }  // namespace json_text_detail
 
 QByteArray compact_text(const QJsonDocument& d) {
@@ -201,65 +231,7 @@ QByteArray compact_text(const QJsonDocument& d) {
     return out;
 }
 
-namespace {
 using namespace json_text_detail;
-
-// Writes the members of one object in the order given, which must be the sorted order
-// of their keys.
-class object_writer {
-public:
-    explicit object_writer(QByteArray& out) : m_out(out) { m_out.append('{'); }
-    ~object_writer() { m_out.append('}'); }
-    object_writer(const object_writer&) = delete;
-    object_writer& operator=(const object_writer&) = delete;
-
-    QByteArray& key(const char* name, int length) {
-        if (m_members++ > 0) {
-            m_out.append(',');
-        }
-        m_out.append('"');
-        m_out.append(name, length);
-        m_out.append("\":", 2);
-        return m_out;
-    }
-    template <int N>
-    QByteArray& key(const char (&name)[N]) {
-        return key(name, N - 1);
-    }
-
-    template <int N>
-    void integer(const char (&name)[N], int64_t v) {
-        append_number(key(name), double(v));
-    }
-    template <int N>
-    void seconds(const char (&name)[N], const QDateTime& t) {
-        integer(name, t.toSecsSinceEpoch());
-    }
-    template <int N>
-    void text(const char (&name)[N], const QString& s) {
-        append_string(key(name), s);
-    }
-    template <int N>
-    void document(const char (&name)[N], const QJsonDocument& d) {
-        append_document(key(name), d);
-    }
-    template <int N>
-    void boolean(const char (&name)[N], bool b) {
-        b ? key(name).append("true", 4) : key(name).append("false", 5);
-    }
-    // An undefined value leaves its key out, as it does in a QJsonObject.
-    template <int N>
-    void value(const char (&name)[N], const QJsonValue& v) {
-        if (!v.isUndefined()) {
-            append_value(key(name), v);
-        }
-    }
-
-private:
-    QByteArray& m_out;
-    int m_members = 0;
-};
-}  // namespace
 
 void append_json(QByteArray& out, const dev_value& v) {
     object_writer o(out);
@@ -287,16 +259,16 @@ void append_json(QByteArray& out, const dev_event& e) {
 void append_json(QByteArray& out, const ul_message& m) {
     object_writer o(out);
     o.integer("bs_timezone_offset", m.bs_timezone_offset);
-    o.document("data", m.data);
+    if (m.data_text.isEmpty()) {
+        o.document("data", m.data);
+    } else {
+        o.key("data").append(m.data_text);
+    }
     o.document("extended_data", m.extended_data);
     o.text("hw_type", m.hw_type);
     o.integer("modem_id", m.modem_id);
     o.text("parse_status", m.parse_status);
-    // Hexadecimal digits need no escaping.
-    QByteArray& payload = o.key("payload");
-    payload.append('"');
-    payload.append(m.payload.toHex());
-    payload.append('"');
+    o.hex("payload", m.payload);
     o.text("phy", m.phy);
     o.text("protocol", m.protocol);
     o.integer("rssi", m.rssi);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -44,6 +45,65 @@ void append_object(QByteArray& out, const QJsonObject& o);
 void append_array(QByteArray& out, const QJsonArray& a);
 // An object or array document as its compact text; any other document as null.
 void append_document(QByteArray& out, const QJsonDocument& d);
+// Bytes as a string of lower-case hexadecimal digits (nothing in it needs escaping).
+void append_hex(QByteArray& out, const QByteArray& bytes);
+
+// Writes the members of one object in the order given, which must be the sorted order
+// of their keys (the order a QJsonObject keeps). Closes the object when it goes.
+class object_writer {
+public:
+    explicit object_writer(QByteArray& out);
+    ~object_writer();
+    object_writer(const object_writer&) = delete;
+    object_writer& operator=(const object_writer&) = delete;
+
+    // Starts the next member; its value is then appended to the buffer returned.
+    QByteArray& key(const char* name, int length);
+    template <int N>
+    QByteArray& key(const char (&name)[N]) {
+        return key(name, N - 1);
+    }
+
+    template <int N>
+    void integer(const char (&name)[N], int64_t v) {
+        append_number(key(name), double(v));
+    }
+    template <int N>
+    void number(const char (&name)[N], double v) {
+        append_number(key(name), v);
+    }
+    template <int N>
+    void seconds(const char (&name)[N], const QDateTime& t) {
+        integer(name, t.toSecsSinceEpoch());
+    }
+    template <int N>
+    void text(const char (&name)[N], const QString& s) {
+        append_string(key(name), s);
+    }
+    template <int N>
+    void hex(const char (&name)[N], const QByteArray& bytes) {
+        append_hex(key(name), bytes);
+    }
+    template <int N>
+    void document(const char (&name)[N], const QJsonDocument& d) {
+        append_document(key(name), d);
+    }
+    template <int N>
+    void boolean(const char (&name)[N], bool b) {
+        b ? key(name).append("true", 4) : key(name).append("false", 5);
+    }
+    // An undefined value leaves its key out, as it does in a QJsonObject.
+    template <int N>
+    void value(const char (&name)[N], const QJsonValue& v) {
+        if (!v.isUndefined()) {
+            append_value(key(name), v);
+        }
+    }
+
+private:
+    QByteArray& m_out;
+    int m_members = 0;
+};
 }  // namespace json_text_detail
 
 }  // namespace model

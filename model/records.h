@@ -62,6 +62,10 @@ struct ul_message {
     QByteArray payload;
     bool tz_mismatch = false;
     // Kept in memory only; the JSON form leaves them out.
+    // data as compact JSON text, when whoever set data wrote that too (the driver does, so
+    // that the store and the publication do not serialize it again); empty otherwise.
+    // Whoever changes data afterwards clears it.
+    QByteArray data_text;
     QString dl_phy;
     double last_dl_bs_aver_busyness = 0.0;
     double last_dl_bs_busyness = 0.0;

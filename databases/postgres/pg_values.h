@@ -30,6 +30,8 @@ public:
     params& add_bytes(const QByteArray& bytes);
     // Compact JSON text; NULL for a null document.
     params& add_document(const QJsonDocument& d);
+    // The document as its compact text already written, when there is one.
+    params& add_document(const QJsonDocument& d, const QByteArray& compact_text);
     params& add_object(const QJsonObject& o);
     // A text[] array literal; each member quoted, so any text survives.
     params& add_text_array(const QStringList& items);

@@ -73,7 +73,7 @@ void uplink_store::save(const model::ul_message& m) {
         .add(int(m.rssi))
         .add(m.tag)
         .add(qint64(m.unique_id))
-        .add_document(m.data)
+        .add_document(m.data, m.data_text)
         .add_document(m.extended_data)
         .add(m.parse_status)
         .add(m.hw_type)

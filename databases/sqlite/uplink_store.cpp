@@ -72,7 +72,7 @@ void uplink_store::save(const model::ul_message& m) {
     q.bindValue(":rssi", m.rssi);
     q.bindValue(":tag", text_value(m.tag));
     q.bindValue(":unique_id", qint64(m.unique_id));
-    q.bindValue(":data", document_value(m.data));
+    q.bindValue(":data", m.data_text.isEmpty() ? document_value(m.data) : QString::fromUtf8(m.data_text));
     q.bindValue(":extended_data", document_value(m.extended_data));
     q.bindValue(":parse_status", m.parse_status);
     q.bindValue(":hw_type", m.hw_type);

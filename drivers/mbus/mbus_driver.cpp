@@ -31,6 +31,11 @@ QDateTime time_or_now(const QDateTime& t) {
     return t.isValid() ? t : QDateTime::currentDateTimeUtc();
 }
 
+void set_data(model::ul_message& out, const mbus::decode_result& decoded) {
+    out.data = QJsonDocument(mbus::message_data(decoded));
+    out.data_text = mbus::message_data_text(decoded);
+}
+
 }  // namespace
 
 MbusDriver::MbusDriver(const mbus_driver_config& config,
@@ -59,14 +64,16 @@ void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) 
     out.modem_id = in.modem_id;
     model::copy_uplink_fields(in, out);
 
-    const mbus::decode_result decoded = decode_for(in.modem_id, in.payload);
+    m_last_parsed.reset();
+    mbus::decode_result decoded = decode_for(in.modem_id, in.payload);
     report_security(in.modem_id, decoded);
     out.tag = tag;
     out.parse_status = decoded.status;
-    out.data = QJsonDocument(mbus::message_data(decoded));
+    set_data(out, decoded);
     out.timestamp = QDateTime::currentDateTimeUtc();
     out.unique_id = model::uplink_unique_id(in.payload, in.modem_id, in.iterator, in.time_detected);
     out.ttl = time_or_now(in.time_detected).addSecs(m_ttl_seconds);
+    m_last_parsed = parsed_decoding{in.modem_id, in.payload, std::move(decoded)};
 }
 
 mbus::decode_result MbusDriver::decode_for(int modem_id, const QByteArray& payload) const {
@@ -99,7 +106,13 @@ void MbusDriver::report_security(int modem_id, const mbus::decode_result& decode
 }
 
 model::eav_list MbusDriver::explode(const model::ul_message& message) {
-    return explode_with(message, calib_of(message.modem_id));
+    const QJsonObject calib = calib_of(message.modem_id);
+    std::optional<parsed_decoding> parsed;
+    parsed.swap(m_last_parsed);
+    if (parsed && parsed->modem_id == message.modem_id && parsed->payload == message.payload) {
+        return explode_decoded(message, parsed->decoded, calib);
+    }
+    return explode_with(message, calib);
 }
 
 QJsonObject MbusDriver::calib_of(int modem_id) const {
@@ -107,13 +120,19 @@ QJsonObject MbusDriver::calib_of(int modem_id) const {
 }
 
 model::eav_list MbusDriver::explode_with(const model::ul_message& message, const QJsonObject& calib) const {
+    return explode_decoded(message, decode_for(message.modem_id, message.payload), calib);
+}
+
+model::eav_list MbusDriver::explode_decoded(const model::ul_message& message,
+                                            const mbus::decode_result& decoded,
+                                            const QJsonObject& calib) const {
     mbus::message_context ctx;
     ctx.modem_id = message.modem_id;
     ctx.time_detected = time_or_now(message.time_detected);
     ctx.tag = message.tag.isEmpty() ? QString(tag) : message.tag;
     ctx.message_id = model::uplink_message_id(message.unique_id);
     ctx.ttl = ctx.time_detected.addSecs(m_ttl_seconds);
-    model::eav_list records = mbus::to_eav(decode_for(message.modem_id, message.payload), ctx);
+    model::eav_list records = mbus::to_eav(decoded, ctx);
     const mbus::calibration calibration(calib);
     for (model::eav_record& r : records) {
         if (auto* v = std::get_if<model::dev_value>(&r)) {
@@ -128,7 +147,7 @@ model::ul_message MbusDriver::redecode(const model::ul_message& stored) const {
     const mbus::decode_result decoded = decode_for(stored.modem_id, stored.payload);
     out.tag = tag;
     out.parse_status = decoded.status;
-    out.data = QJsonDocument(mbus::message_data(decoded));
+    set_data(out, decoded);
     return out;
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "interfaces/factories.h"
@@ -68,6 +69,8 @@ private:
     model::per_modem<model::ul_message> roll_for(const model::value_query& query) const;
     interfaces::IDriverState& state() const;
     model::eav_list explode_with(const model::ul_message& message, const QJsonObject& calib) const;
+    model::eav_list explode_decoded(const model::ul_message& message, const mbus::decode_result& decoded,
+                                    const QJsonObject& calib) const;
     QJsonObject calib_of(int modem_id) const;
     // Settings the meter must confirm: a pending value is kept until an uplink reports it.
     bool confirm_settings(const model::ul_message& uplink);
@@ -88,4 +91,13 @@ private:
     meter_directory m_meters;
     interfaces::log_sink m_log;
     std::map<int, QString> m_security_reported;  // modem -> the problem last logged
+    // The decoding of the message parse() handled last, for the explode() of the same
+    // message that follows it; used once, so a key changed meanwhile applies to the next
+    // telegram as it would without it.
+    struct parsed_decoding {
+        int modem_id = 0;
+        QByteArray payload;
+        mbus::decode_result decoded;
+    };
+    std::optional<parsed_decoding> m_last_parsed;
 };

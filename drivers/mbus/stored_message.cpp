@@ -3,6 +3,7 @@
 #include <QJsonArray>
 
 #include "eav.h"
+#include "model/json_text.h"
 
 namespace mbus {
 
@@ -118,6 +119,126 @@ QJsonObject message_data(const decode_result& decoded) {
         o["more_records_follow"] = decoded.more_records_follow;
     }
     return o;
+}
+
+namespace {
+using model::json_text_detail::object_writer;
+
+// The text of header_json(h): the same members, written in the sorted order of their keys.
+void append_header(QByteArray& out, const app_header& h) {
+    object_writer o(out);
+    const bool long_header = h.kind == "long";
+    const bool status = h.has_status();
+    if (status) {
+        o.integer("access_number", h.access_number);
+    }
+    if (h.has_afl) {
+        object_writer afl(o.key("afl"));
+        if (!h.mac.isEmpty()) {
+            afl.hex("mac", h.mac);
+        }
+        if (h.has_message_counter) {
+            afl.integer("message_counter", h.message_counter_value());
+        }
+    }
+    o.text("ci", QString("%1").arg(h.ci, 2, 16, QChar('0')));
+    if (status) {
+        o.integer("configuration", h.configuration);
+    }
+    if (h.configuration_extension >= 0) {
+        o.integer("configuration_extension", h.configuration_extension);
+    }
+    if (status) {
+        o.integer("encryption_mode", h.encryption_mode());
+    }
+    if (long_header) {
+        o.text("identification", h.identification);
+        o.text("manufacturer", h.manufacturer);
+        o.integer("medium", h.medium);
+    }
+    if (status) {
+        o.integer("status", h.status);
+    }
+    o.text("type", h.kind);
+    if (long_header) {
+        o.integer("version", h.version);
+    }
+}
+
+void append_value(QByteArray& out, const QVariant& value) {
+    switch (value.type()) {
+        case QVariant::DateTime:
+            model::json_text_detail::append_string(out, value.toDateTime().toString(Qt::ISODate));
+            break;
+        case QVariant::Double:
+            model::json_text_detail::append_number(out, value.toDouble());
+            break;
+        case QVariant::String:
+            model::json_text_detail::append_string(out, value.toString());
+            break;
+        default:
+            out.append("null", 4);
+    }
+}
+
+// The text of record_json(r), members in the sorted order of their keys.
+void append_record(QByteArray& out, const record& r) {
+    object_writer o(out);
+    o.text("coding", coding_name(r.coding));
+    o.hex("data", r.data);
+    o.hex("dib", r.dib);
+    o.text("function", function_name(r.function));
+    if (r.info.manufacturer) {
+        o.boolean("manufacturer_specific", true);
+    }
+    o.text("obis_code", obis_code(r));
+    o.integer("offset", r.offset);
+    o.text("quantity", r.info.quantity);
+    if (r.info.record_error != 0) {
+        o.integer("record_error", r.info.record_error);
+    }
+    if (!r.skipped.isEmpty()) {
+        o.text("skipped", r.skipped);
+    }
+    o.number("storage", double(r.storage));
+    o.integer("subunit", r.subunit);
+    o.integer("tariff", r.tariff);
+    o.text("unit", r.info.unit);
+    append_value(o.key("value"), r.value);
+    o.hex("vib", r.vib);
+}
+
+void append_message_data(QByteArray& out, const decode_result& decoded) {
+    object_writer o(out);
+    const bool encrypted = decoded.header.encrypted();
+    if (encrypted) {
+        o.boolean("decrypted", decoded.decrypted);
+    }
+    append_header(o.key("header"), decoded.header);
+    if (decoded.has_manufacturer_data) {
+        o.hex("manufacturer_data", decoded.manufacturer_data);
+        o.boolean("more_records_follow", decoded.more_records_follow);
+    }
+    QByteArray& records = o.key("records");
+    records.append('[');
+    for (size_t i = 0; i < decoded.records.size(); ++i) {
+        if (i > 0) {
+            records.append(',');
+        }
+        append_record(records, decoded.records[i]);
+    }
+    records.append(']');
+    if (encrypted && !decoded.security_problem.isEmpty()) {
+        o.text("security_problem", decoded.security_problem);
+    }
+}
+}  // namespace
+
+QByteArray message_data_text(const decode_result& decoded) {
+    QByteArray out;
+    out.reserve(256 + 320 * int(decoded.records.size()));
+    append_message_data(out, decoded);
+    return out;
 }
 
 }  // namespace mbus

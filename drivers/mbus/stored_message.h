@@ -13,6 +13,8 @@ namespace mbus {
 // client reading the roll sees what was decoded.
 QJsonObject message_data(const decode_result& decoded);
 QJsonObject record_json(const record& r);
+// message_data as compact JSON text, byte for byte what Qt writes for it, written directly.
+QByteArray message_data_text(const decode_result& decoded);
 QString coding_name(int coding);
 
 }  // namespace mbus

@@ -139,6 +139,19 @@ TEST_P(StoreSuite, RollKeepsTheMessageAndSkipsExpiredOnes) {
     EXPECT_EQ(messages->uplink_count(), 1);
 }
 
+// The data's text written by the driver is what is stored; non-ASCII text keeps its form.
+TEST_P(StoreSuite, DataGivenWithItsTextReadsBackAsTheSameDocument) {
+    model::ul_message m = uplink(32, 10, 11);
+    const QString name = QString::fromUtf8("Z\xc3\xa4hler \xe2\x9c\x93 \xf0\x9d\x84\x9e");
+    m.data = QJsonDocument(QJsonObject{{"n", 2}, {"name", name}});
+    m.data_text = "{\"n\":2,\"name\":\"Z\xc3\xa4hler \xe2\x9c\x93 \xf0\x9d\x84\x9e\"}";
+    m.ttl = hours_from_now(1);
+    messages->ul().save(m);
+    auto out = roll_of(roll({32}, at(0), at(100)));
+    ASSERT_EQ(out[32].size(), 1u);
+    EXPECT_EQ(out[32].front().data.object(), (QJsonObject{{"n", 2}, {"name", name}}));
+}
+
 TEST_P(StoreSuite, DeviceOfTheLastStoredUplink) {
     auto& ul = messages->ul();
     model::ul_message first = uplink(40, 10, 1);

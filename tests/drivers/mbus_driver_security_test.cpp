@@ -156,6 +156,27 @@ TEST_F(MbusDriverSecurity, AProblemIsLoggedOncePerModemAndAKeySetLaterApplies) {
     EXPECT_EQ(all.indexOf("0f1e2d3c4b5a69788796a5b4c3d2e1f1"), -1);
 }
 
+// explode() reuses the decoding of the message parsed just before it, once: a key removed
+// after that applies to the next explode, and another message is decoded on its own.
+TEST_F(MbusDriverSecurity, ExplodeAfterParseDecodesTheMessageItIsGiven) {
+    model::device_record device{"proto7", "wmbus", {}, {}};
+    device.meter.aes_key = QByteArray::fromHex(key5);
+    m_clients->set_device(5, device);
+    const model::ul_message decrypted = parse(mode5, 5);
+    m_clients->set_device(5, model::device_record{"proto7", "wmbus", {}, {}});
+    EXPECT_EQ(values_in(m_driver->explode(decrypted)), 5);
+    EXPECT_EQ(values_in(m_driver->explode(decrypted)), 0);  // decoded again, without the key
+
+    m_clients->set_device(5, device);
+    const model::ul_message first = parse(mode5, 5);
+    const model::ul_message other = parse(mode5, 1);  // same payload, the other modem's key
+    m_clients->set_device(5, model::device_record{"proto7", "wmbus", {}, {}});
+    EXPECT_EQ(values_in(m_driver->explode(first)), 0);
+    const model::ul_message plain = parse(mode5, 2);  // no key: no values
+    EXPECT_EQ(values_in(m_driver->explode(other)), 5);
+    EXPECT_EQ(values_in(m_driver->explode(plain)), 0);
+}
+
 TEST_F(MbusDriverSecurity, ShortHeaderWithoutRegisteredAddressIsNotTried) {
     model::device_record device{"proto7", "wmbus", {}, {}};
     device.meter.aes_key = QByteArray::fromHex(published_key);

@@ -13,6 +13,7 @@
 
 #include "decoder.h"
 #include "eav.h"
+#include "stored_message.h"
 
 namespace {
 
@@ -58,6 +59,8 @@ void check_case(const known_case& kc) {
     const mbus::decode_result r =
         mbus::decode(payload_of(c), model::meter_link_from_json(c["meter"].toObject()));
     EXPECT_EQ(r.status.toStdString(), c["parse_status"].toString().toStdString());
+    EXPECT_EQ(mbus::message_data_text(r),
+              QJsonDocument(mbus::message_data(r)).toJson(QJsonDocument::Compact));
     if (c.contains("records")) {
         EXPECT_EQ(int(r.records.size()), c["records"].toInt());
     }

@@ -230,3 +230,15 @@ TEST(JsonText, RandomDocumentsAndRecordsMatchQtByteForByte) {
         ASSERT_EQ(model::json_text(m), qt_text(model::to_json(m))) << i;
     }
 }
+
+// A message whose data comes with its text (as the driver writes it) is written with that
+// text in place of data; without it, data is serialized.
+TEST(JsonText, DataTextWrittenInPlaceOfData) {
+    model::ul_message m = sample_message();
+    const QByteArray serialized = model::json_text(m);
+    m.data_text = R"({"a":[1,"x",true],"v":1.5})";
+    EXPECT_EQ(model::json_text(m), serialized);
+    m.data_text = R"({"other":2})";
+    EXPECT_EQ(model::json_text(m),
+              QByteArray(serialized).replace(R"({"a":[1,"x",true],"v":1.5})", R"({"other":2})"));
+}
