@@ -132,8 +132,8 @@ TEST_F(SqliteDurability, TheLogIsCopiedBackOffTheLoopAndStaysBounded) {
     for (int n = 0; n < 3000; ++n) {
         // At a service's pace: bursts of commits with a moment between them (a tight
         // loop of commits would never let a checkpoint finish between two of them).
-        if (n % 10 == 0)
-            QThread::msleep(1);
+        if (n % 5 == 0)
+            QThread::msleep(2);
         insert_row(db, n);
         largest = std::max(largest, QFileInfo(path("w.db-wal")).size());
     }
