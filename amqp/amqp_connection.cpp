@@ -46,6 +46,28 @@ constexpr int stable_connection_ms = 2000;
 // The longest one reading turn keeps the event loop.
 constexpr qint64 pump_budget_ms = 10;
 
+// A link on its way from the helper thread to the event loop. When the connection goes
+// before the queued hand-over runs, Qt drops the call, and the link is closed here
+// instead of being lost with it.
+class handed_link {
+public:
+    explicit handed_link(link_result result) : m_result(std::move(result)) {}
+    ~handed_link() {
+        if (m_result.state) {
+            close_link_in_background(m_result.state);
+        }
+    }
+    Q_DISABLE_COPY(handed_link)
+
+    link_result take() {
+        link_result taken = m_result;
+        m_result.state = nullptr;
+        return taken;
+    }
+
+private:
+    link_result m_result;
+};
 }  // namespace
 
 // Sends heartbeats while the event loop is kept from reading the link (long work in a
@@ -205,8 +227,9 @@ void connection::attempt() {
             return;
         }
         connection* target = mailbox->target;
+        auto handed = std::make_shared<handed_link>(std::move(result));
         QMetaObject::invokeMethod(
-            target, [target, result] { target->adopt(result); }, Qt::QueuedConnection);
+            target, [target, handed] { target->adopt(handed->take()); }, Qt::QueuedConnection);
     }).detach();
 }
 
