@@ -278,14 +278,7 @@ void Engiene::onControllerTick() {
     if (store_away()) {
         return;  // the driver's work needs the store; the next tick after its return runs
     }
-    if (m_gate.busy()) {
-        if (!m_tick_waiting) {
-            m_tick_waiting = true;
-            m_gate.when_free(this, [this] {
-                m_tick_waiting = false;
-                onControllerTick();
-            });
-        }
+    if (waitAtGateOnce(m_tick_waiting, &Engiene::onControllerTick)) {
         return;
     }
     handling_gate::entry in(&m_gate);

@@ -141,6 +141,8 @@ private:
     // The store made more commits durable: what waited for them goes out.
     void releaseDurable();
     [[noreturn]] void durabilityLost(const QString& why);
+    // Whether the gate is busy; if so `again` runs once after the handling that holds it.
+    bool waitAtGateOnce(bool& waiting, void (Engiene::*again)());
     void requeue(const delivery_batch::delivery& delivery);
     // The store's server went away while `delivery` was handled (its unit began where
     // the outbox held `outbox_mark`): it goes back to the queue with every delivery of

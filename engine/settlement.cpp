@@ -131,16 +131,24 @@ void Engiene::abandonBurst(delivery_batch::delivery delivery) {
     handleEachAlone(std::move(all), done.error);
 }
 
+// Whether the gate is busy (reached from an event loop run inside some handling); if so,
+// `again` runs once after that handling, however often it was asked for meanwhile.
+bool Engiene::waitAtGateOnce(bool& waiting, void (Engiene::*again)()) {
+    if (!m_gate.busy()) {
+        return false;
+    }
+    if (!waiting) {
+        waiting = true;
+        m_gate.when_free(this, [this, &waiting, again] {
+            waiting = false;
+            (this->*again)();
+        });
+    }
+    return true;
+}
+
 void Engiene::flushDeliveries() {
-    if (m_gate.busy()) {
-        // Reached from an event loop run inside some handling: after it, once.
-        if (!m_flush_waiting) {
-            m_flush_waiting = true;
-            m_gate.when_free(this, [this] {
-                m_flush_waiting = false;
-                flushDeliveries();
-            });
-        }
+    if (waitAtGateOnce(m_flush_waiting, &Engiene::flushDeliveries)) {
         return;
     }
     handling_gate::entry in(&m_gate);
@@ -175,14 +183,7 @@ void Engiene::settleAfterCommit(std::vector<delivery_batch::delivery> deliveries
 }
 
 void Engiene::releaseDurable() {
-    if (m_gate.busy()) {
-        if (!m_release_waiting) {
-            m_release_waiting = true;
-            m_gate.when_free(this, [this] {
-                m_release_waiting = false;
-                releaseDurable();
-            });
-        }
+    if (waitAtGateOnce(m_release_waiting, &Engiene::releaseDurable)) {
         return;
     }
     handling_gate::entry in(&m_gate);
