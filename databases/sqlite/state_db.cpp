@@ -65,9 +65,10 @@ void state_database::end(int modem_id, int flag) {
         qWarning() << "driver state: end without begin for modem" << modem_id;
     else if (--it->second == 0)
         m_open_changes.erase(it);
+    // An unchanged mark is left alone: the commit then writes no page of the table for it.
     native_statement& q = m_db->native(
         "INSERT INTO state_marks (modem_id, mark) VALUES (:modem, :mark)"
-        " ON CONFLICT (modem_id) DO UPDATE SET mark = excluded.mark");
+        " ON CONFLICT (modem_id) DO UPDATE SET mark = excluded.mark WHERE mark <> excluded.mark");
     q.bind_int(1, modem_id);
     q.bind_int(2, flag);
     q.run();
@@ -107,9 +108,10 @@ void state_database::put_entry(int modem_id, const QString& key, const QJsonValu
         m_db->run(q);
         return;
     }
+    // As with the mark, an unchanged entry is not written again.
     native_statement& q = m_db->native(
         "INSERT INTO state_entries (modem_id, key, value) VALUES (:modem, :key, :value)"
-        " ON CONFLICT (modem_id, key) DO UPDATE SET value = excluded.value");
+        " ON CONFLICT (modem_id, key) DO UPDATE SET value = excluded.value WHERE value <> excluded.value");
     const QByteArray text = entry_text(value);
     q.bind_int(1, modem_id);
     q.bind_text(2, text_value(key));

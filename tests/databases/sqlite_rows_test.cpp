@@ -11,6 +11,11 @@
 
 using namespace sqlite_test;
 
+// Readable failure messages for the compared rows.
+void PrintTo(const QString& text, std::ostream* out) {
+    *out << '"' << text.toStdString() << '"';
+}
+
 namespace {
 
 constexpr qint64 int64_max = std::numeric_limits<qint64>::max();  // 2^63 - 1
@@ -238,4 +243,30 @@ TEST_F(SqliteRows, AFailedWriteNamesTheFileSqlitesWordsAndTheStatement) {
                              "BEGIN IMMEDIATE")
                          .arg(path)
                          .toStdString());
+}
+
+TEST_F(SqliteRows, UnchangedStateRowsAreNotWrittenAgain) {
+    // Triggers of the test's own count the updates that reach the rows.
+    {
+        raw_connection raw(m_path);
+        raw.exec("CREATE TABLE updates (what TEXT)");
+        raw.exec(
+            "CREATE TRIGGER mark_updated AFTER UPDATE ON state_marks BEGIN"
+            " INSERT INTO updates VALUES ('mark'); END");
+        raw.exec(
+            "CREATE TRIGGER entry_updated AFTER UPDATE ON state_entries BEGIN"
+            " INSERT INTO updates VALUES ('entry'); END");
+    }
+    auto uplink_state = [&](int rssi, int mark) {
+        m_stores.state->begin(5);
+        m_stores.state->set(5, "common", QJsonValue(QJsonObject{{"rssi", rssi}}));
+        m_stores.state->end(5, mark);
+    };
+    uplink_state(-100, 0);  // inserted
+    uplink_state(-100, 0);  // the same: no update
+    uplink_state(-101, 0);  // the entry changes, the mark does not
+    uplink_state(-101, 1);  // the mark changes
+    EXPECT_EQ(row("SELECT group_concat(what, ',') FROM updates"), "entry,mark");
+    EXPECT_EQ(row("SELECT value FROM state_entries WHERE modem_id = 5"), "[{\"rssi\":-101}]");
+    EXPECT_EQ(row("SELECT mark FROM state_marks WHERE modem_id = 5"), "1");
 }
