@@ -46,6 +46,7 @@ backend::backend(const sqlite_config& config) : m_config(config), m_connection(n
         open();
         migrate_schema(*this);
     } catch (...) {
+        m_native.clear();
         m_statements.clear();
         m_db.close();
         m_db = QSqlDatabase();
@@ -64,9 +65,7 @@ backend::backend(const sqlite_config& config) : m_config(config), m_connection(n
 // Only where an event loop runs: a tool without one syncs and checkpoints on its own
 // thread, as SQLite does by default.
 void backend::start_disk_threads() {
-    sqlite3* handle = native_handle(m_db);
-    if (!handle)
-        fail("cannot open", "the Qt SQL driver gives no SQLite handle");
+    sqlite3* handle = m_handle;
     if (m_config.synchronous_full)
         m_syncer = std::make_unique<wal_syncer>(m_config.path + "-wal");
     if (m_config.checkpoint_pages > 0) {
@@ -151,6 +150,7 @@ backend::~backend() {
     // The syncer syncs what is committed before it stops; both go before the connection.
     m_checkpointer.reset();
     m_syncer.reset();
+    m_native.clear();
     m_statements.clear();
     m_db.close();
     m_db = QSqlDatabase();
@@ -169,6 +169,9 @@ void backend::open() {
     m_db.setDatabaseName(m_config.path);
     if (!m_db.open())
         fail("cannot open", m_db.lastError().text());
+    m_handle = native_handle(m_db);
+    if (!m_handle)
+        fail("cannot open", "the Qt SQL driver gives no SQLite handle");
 
     // The first statement reads the file header: a file that is not a database fails here.
     QSqlQuery q(m_db);
@@ -207,6 +210,15 @@ void backend::run(QSqlQuery& query) {
         query.finish();
         fail("statement failed", error + " in: " + query.lastQuery());
     }
+}
+
+native_statement& backend::native(const QByteArray& sql) {
+    auto it = m_native.find(sql);
+    if (it != m_native.end())
+        return *it->second;
+    auto made = std::make_unique<native_statement>(
+        m_handle, sql, [this](const QString& what, const QString& detail) { fail(what, detail); });
+    return *m_native.emplace(sql, std::move(made)).first->second;
 }
 
 void backend::run_plain(const QString& sql) {
@@ -257,7 +269,7 @@ void backend::begin_batch() {
         return;
     if (m_transaction_depth > 0)
         fail("cannot begin a batch", "a transaction is already open");
-    run_plain("BEGIN IMMEDIATE");
+    native("BEGIN IMMEDIATE").run();
     m_batch_open = true;
     m_transaction_depth = 1;
 }
@@ -266,7 +278,7 @@ void backend::begin_item() {
     // A broken batch has no transaction left: a savepoint would open a new one.
     if (!m_batch_open || m_batch_broken)
         return;
-    run_plain(QString("SAVEPOINT item%1").arg(m_item_depth + 1));
+    native("SAVEPOINT item" + QByteArray::number(m_item_depth + 1)).run();
     ++m_item_depth;
 }
 
@@ -275,14 +287,15 @@ bool backend::end_item(bool keep) {
         return !m_batch_broken;
     if (m_item_depth == 0)
         return true;
-    const QString name = QString("item%1").arg(m_item_depth);
+    const QByteArray name = "item" + QByteArray::number(m_item_depth);
     --m_item_depth;
     // These fail when SQLite itself has rolled the whole transaction back after an error
     // (a full disk, an I/O error): then nothing of the batch is stored, which its commit
     // reports.
-    QSqlQuery q(m_db);
-    if ((!keep && !q.exec("ROLLBACK TO " + name)) || !q.exec("RELEASE " + name)) {
-        m_broken_reason = q.lastError().text();
+    QString error;
+    if ((!keep && !native("ROLLBACK TO " + name).try_run(&error)) ||
+        !native("RELEASE " + name).try_run(&error)) {
+        m_broken_reason = error;
         m_batch_broken = true;
         m_item_depth = 0;
         return false;
@@ -298,13 +311,12 @@ void backend::commit_batch() {
     m_batch_broken = false;
     m_item_depth = 0;
     m_transaction_depth = 0;
-    QSqlQuery q(m_db);
-    if (!broken && q.exec("COMMIT"))
+    QString commit_error;
+    if (!broken && native("COMMIT").try_run(&commit_error))
         return;
-    const QString error = broken ? "the transaction was rolled back after an error (" + m_broken_reason + ")"
-                                 : q.lastError().text();
-    QSqlQuery rollback(m_db);
-    rollback.exec("ROLLBACK");
+    const QString error =
+        broken ? "the transaction was rolled back after an error (" + m_broken_reason + ")" : commit_error;
+    native("ROLLBACK").try_run(nullptr);
     fail("batch commit failed", error);
 }
 
@@ -312,7 +324,7 @@ backend::transaction::transaction(backend& db) : m_db(db), m_outer(db.m_transact
     // IMMEDIATE takes the write lock at once, so a second process waits in the busy
     // handler instead of failing when it upgrades a read lock.
     if (m_outer)
-        m_db.run_plain("BEGIN IMMEDIATE");
+        m_db.native("BEGIN IMMEDIATE").run();
     ++m_db.m_transaction_depth;
 }
 
@@ -320,15 +332,15 @@ backend::transaction::~transaction() {
     --m_db.m_transaction_depth;
     if (!m_outer || m_done)
         return;
-    QSqlQuery q(m_db.m_db);
-    if (!q.exec("ROLLBACK"))
-        qWarning() << "SQLite store" << m_db.m_config.path << "rollback failed:" << q.lastError().text();
+    QString error;
+    if (!m_db.native("ROLLBACK").try_run(&error))
+        qWarning() << "SQLite store" << m_db.m_config.path << "rollback failed:" << error;
 }
 
 void backend::transaction::commit() {
     if (!m_outer || m_done)
         return;
-    m_db.run_plain("COMMIT");
+    m_db.native("COMMIT").run();
     m_done = true;
 }
 

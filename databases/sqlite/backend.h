@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 
+#include "databases/sqlite/native_statement.h"
 #include "databases/sqlite/sqlite_config.h"
 #include "interfaces/IDurableCommits.h"
 #include "interfaces/IWriteBatch.h"
@@ -45,6 +46,9 @@ public:
     void run(QSqlQuery& query);
     // Executes a statement without values (schema, pragmas).
     void run_plain(const QString& sql);
+    // A statement of the write path on SQLite's own handle, prepared once per connection
+    // and reused: bind, then run().
+    native_statement& native(const QByteArray& sql);
 
     // Deletes at most max_rows expired rows from each named table (all of them when
     // max_rows is 0 or less); returns the count.
@@ -96,6 +100,8 @@ private:
     QString m_connection;
     QSqlDatabase m_db;
     std::map<QString, std::unique_ptr<QSqlQuery>> m_statements;
+    sqlite3* m_handle = nullptr;
+    std::map<QByteArray, std::unique_ptr<native_statement>> m_native;
     int m_transaction_depth = 0;
     bool m_batch_open = false;
     bool m_batch_broken = false;  // SQLite rolled the batch's transaction back

@@ -20,6 +20,10 @@ QVariant document_value(const QJsonDocument& d) {
     return d.isNull() ? QVariant(QVariant::String) : QVariant(QString::fromUtf8(model::compact_text(d)));
 }
 
+QByteArray document_text(const QJsonDocument& d) {
+    return d.isNull() ? QByteArray() : model::compact_text(d);
+}
+
 QJsonDocument document_from(const QVariant& v) {
     return v.isNull() ? QJsonDocument() : QJsonDocument::fromJson(v.toString().toUtf8());
 }

@@ -18,6 +18,8 @@ QDateTime time_from(const QVariant& v);
 
 // Compact JSON text, or NULL for a null document.
 QVariant document_value(const QJsonDocument& d);
+// The same as UTF-8 text; a null array for a null document.
+QByteArray document_text(const QJsonDocument& d);
 QJsonDocument document_from(const QVariant& v);
 QString object_text(const QJsonObject& o);
 QJsonObject object_from(const QVariant& v);

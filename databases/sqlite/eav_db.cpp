@@ -106,68 +106,79 @@ namespace {
 // stays well below SQLite's limit on bound values).
 constexpr int rows_per_insert = 100;
 
-QString insert_sql(const QString& table, const QString& columns, int rows) {
-    static const QString tuple = QStringLiteral("(?, ?, ?, ?, ?, ?, ?, ?)");
-    QString sql;
-    sql.reserve(columns.size() + rows * (tuple.size() + 2) + 40);
-    sql += QLatin1String("INSERT INTO ") + table + QLatin1String(" (") + columns + QLatin1String(") VALUES ");
+QByteArray insert_sql(const char* table, const QString& columns, int rows) {
+    QByteArray sql = QByteArray("INSERT INTO ") + table + " (" + columns.toUtf8() + ") VALUES ";
     for (int i = 0; i < rows; ++i) {
         if (i > 0)
-            sql += QLatin1String(", ");
-        sql += tuple;
+            sql += ", ";
+        sql += "(?, ?, ?, ?, ?, ?, ?, ?)";
     }
     return sql;
 }
 
-// Inserts the rows in order, up to rows_per_insert to a statement; bind(q, row, first)
-// binds one row's eight values from position first on.
-template <typename Row, typename Bind>
-void insert_rows(backend& db, const QString& table, const QString& columns, const QList<Row>& rows,
-                 const Bind& bind) {
-    backend::transaction tx(db);
-    for (int done = 0; done < rows.size();) {
-        const int count = qMin(rows_per_insert, rows.size() - done);
-        QSqlQuery& q = db.statement(insert_sql(table, columns, count));
-        for (int i = 0; i < count; ++i)
-            bind(q, rows[done + i], i * 8);
-        db.run(q);
+}  // namespace
+
+native_statement& record_store::insert(std::vector<native_statement*>& cache, const char* table,
+                                       const QString& columns, int rows) {
+    if (cache.size() <= size_t(rows))
+        cache.resize(size_t(rows) + 1, nullptr);
+    native_statement*& cached = cache[size_t(rows)];
+    if (!cached)
+        cached = &m_db.native(insert_sql(table, columns, rows));
+    return *cached;
+}
+
+void record_store::save_values(const QList<model::dev_value>& values) {
+    if (values.isEmpty())
+        return;
+    backend::transaction tx(m_db);
+    for (int done = 0; done < values.size();) {
+        const int count = qMin(rows_per_insert, values.size() - done);
+        native_statement& q = insert(m_value_inserts, "dev_values", value_columns, count);
+        for (int i = 0; i < count; ++i) {
+            const model::dev_value& v = values[done + i];
+            const int at = i * 8 + 1;
+            q.bind_int(at, v.modem_id);
+            q.bind_time(at + 1, v.timestamp);
+            q.bind_text(at + 2, text_value(v.obis_code));
+            q.bind_text(at + 3, text_value(v.tag));
+            q.bind_variant(at + 4, v.value);
+            q.bind_int(at + 5, v.value.userType());
+            q.bind_text(at + 6, v.message_id);
+            q.bind_time(at + 7, v.ttl);
+        }
+        q.run();
         done += count;
     }
     tx.commit();
 }
 
-}  // namespace
-
-void record_store::save_values(const QList<model::dev_value>& values) {
-    if (values.isEmpty())
-        return;
-    insert_rows(m_db, "dev_values", value_columns, values,
-                [](QSqlQuery& q, const model::dev_value& v, int at) {
-                    q.bindValue(at, v.modem_id);
-                    q.bindValue(at + 1, time_value(v.timestamp));
-                    q.bindValue(at + 2, text_value(v.obis_code));
-                    q.bindValue(at + 3, text_value(v.tag));
-                    q.bindValue(at + 4, v.value);
-                    q.bindValue(at + 5, v.value.userType());
-                    q.bindValue(at + 6, v.message_id);
-                    q.bindValue(at + 7, time_value(v.ttl));
-                });
-}
-
 void record_store::save_events(const QList<model::dev_event>& events) {
     if (events.isEmpty())
         return;
-    insert_rows(m_db, "dev_events", event_columns, events,
-                [](QSqlQuery& q, const model::dev_event& e, int at) {
-                    q.bindValue(at, e.modem_id);
-                    q.bindValue(at + 1, time_value(e.timestamp));
-                    q.bindValue(at + 2, e.event_code);
-                    q.bindValue(at + 3, e.message_id);
-                    q.bindValue(at + 4, e.message);
-                    q.bindValue(at + 5, document_value(e.extended_data));
-                    q.bindValue(at + 6, e.parameter);
-                    q.bindValue(at + 7, time_value(e.ttl));
-                });
+    backend::transaction tx(m_db);
+    for (int done = 0; done < events.size();) {
+        const int count = qMin(rows_per_insert, events.size() - done);
+        native_statement& q = insert(m_event_inserts, "dev_events", event_columns, count);
+        // The documents' texts stay alive until the statement has run.
+        std::vector<QByteArray> documents(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            const model::dev_event& e = events[done + i];
+            const int at = i * 8 + 1;
+            q.bind_int(at, e.modem_id);
+            q.bind_time(at + 1, e.timestamp);
+            q.bind_int(at + 2, e.event_code);
+            q.bind_text(at + 3, e.message_id);
+            q.bind_text(at + 4, e.message);
+            documents[size_t(i)] = document_text(e.extended_data);
+            q.bind_utf8(at + 5, documents[size_t(i)]);
+            q.bind_int(at + 6, e.parameter);
+            q.bind_time(at + 7, e.ttl);
+        }
+        q.run();
+        done += count;
+    }
+    tx.commit();
 }
 
 void record_store::get_values(model::per_modem<model::dev_value>& out, const model::value_query& query) {

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "interfaces/IEAVDatabase.h"
 
 namespace sqlite_db {
 
 class backend;
+class native_statement;
 
 // Values (dev_values) and events (dev_events). A list is saved in one transaction.
 class record_store : public interfaces::IRecordStore {
@@ -18,7 +20,13 @@ public:
     void get_events(model::per_modem<model::dev_event>& out, const model::value_query& query) override;
 
 private:
+    // The INSERT of `rows` rows into dev_values or dev_events, prepared on first use.
+    native_statement& insert(std::vector<native_statement*>& cache, const char* table, const QString& columns,
+                             int rows);
+
     backend& m_db;
+    std::vector<native_statement*> m_value_inserts;  // by row count; owned by the backend
+    std::vector<native_statement*> m_event_inserts;
 };
 
 class eav_database : public interfaces::IEAVDatabase {

@@ -15,14 +15,14 @@ namespace sqlite_db {
 namespace {
 
 // An entry is kept as a one-element JSON array, so scalars round-trip too.
-// The value as the single element of a compact JSON array.
-QString entry_text(const QJsonValue& value) {
+// The value as the single element of a compact JSON array, UTF-8.
+QByteArray entry_text(const QJsonValue& value) {
     QByteArray text;
     text.reserve(256);
     text.append('[');
     model::json_text_detail::append_value(text, value);
     text.append(']');
-    return QString::fromUtf8(text);
+    return text;
 }
 
 QJsonValue entry_from(const QVariant& text) {
@@ -65,12 +65,13 @@ void state_database::end(int modem_id, int flag) {
         qWarning() << "driver state: end without begin for modem" << modem_id;
     else if (--it->second == 0)
         m_open_changes.erase(it);
-    QSqlQuery& q = m_db->statement(
+    // An unchanged mark is left alone: the commit then writes no page of the table for it.
+    native_statement& q = m_db->native(
         "INSERT INTO state_marks (modem_id, mark) VALUES (:modem, :mark)"
-        " ON CONFLICT (modem_id) DO UPDATE SET mark = excluded.mark");
-    q.bindValue(":modem", modem_id);
-    q.bindValue(":mark", flag);
-    m_db->run(q);
+        " ON CONFLICT (modem_id) DO UPDATE SET mark = excluded.mark WHERE mark <> excluded.mark");
+    q.bind_int(1, modem_id);
+    q.bind_int(2, flag);
+    q.run();
 }
 
 void state_database::remove(int modem_id) {
@@ -107,13 +108,15 @@ void state_database::put_entry(int modem_id, const QString& key, const QJsonValu
         m_db->run(q);
         return;
     }
-    QSqlQuery& q = m_db->statement(
+    // As with the mark, an unchanged entry is not written again.
+    native_statement& q = m_db->native(
         "INSERT INTO state_entries (modem_id, key, value) VALUES (:modem, :key, :value)"
-        " ON CONFLICT (modem_id, key) DO UPDATE SET value = excluded.value");
-    q.bindValue(":modem", modem_id);
-    q.bindValue(":key", text_value(key));
-    q.bindValue(":value", entry_text(value));
-    m_db->run(q);
+        " ON CONFLICT (modem_id, key) DO UPDATE SET value = excluded.value WHERE value <> excluded.value");
+    const QByteArray text = entry_text(value);
+    q.bind_int(1, modem_id);
+    q.bind_text(2, text_value(key));
+    q.bind_utf8(3, text);
+    q.run();
 }
 
 QJsonObject state_database::state(int modem_id) {

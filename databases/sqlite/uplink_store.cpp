@@ -56,35 +56,41 @@ QString roll_query_sql(bool time_detected, int tags, bool latest) {
 }
 
 void uplink_store::save(const model::ul_message& m) {
-    QSqlQuery& q = m_db.statement(
-        "INSERT INTO ul_messages (" + columns +
-        ") VALUES (:modem_id, :station_id, :ttl, :timestamp, :time_detected, :bs_timezone_offset, :phy, :snr,"
-        " :rssi, :tag, :unique_id, :data, :extended_data, :parse_status, :hw_type, :protocol, :payload,"
-        " :tz_mismatch, :dl_phy, :aver_busyness, :busyness, :iterator)");
-    q.bindValue(":modem_id", m.modem_id);
-    q.bindValue(":station_id", m.station_id);
-    q.bindValue(":ttl", time_value(m.ttl));
-    q.bindValue(":timestamp", time_value(m.timestamp));
-    q.bindValue(":time_detected", time_value(m.time_detected));
-    q.bindValue(":bs_timezone_offset", m.bs_timezone_offset);
-    q.bindValue(":phy", m.phy);
-    q.bindValue(":snr", m.snr);
-    q.bindValue(":rssi", m.rssi);
-    q.bindValue(":tag", text_value(m.tag));
-    q.bindValue(":unique_id", qint64(m.unique_id));
-    q.bindValue(":data", m.data_text.isEmpty() ? document_value(m.data) : QString::fromUtf8(m.data_text));
-    q.bindValue(":extended_data", document_value(m.extended_data));
-    q.bindValue(":parse_status", m.parse_status);
-    q.bindValue(":hw_type", m.hw_type);
-    q.bindValue(":protocol", m.protocol);
-    q.bindValue(":payload", m.payload);
-    q.bindValue(":tz_mismatch", m.tz_mismatch);
-    q.bindValue(":dl_phy", m.dl_phy);
-    q.bindValue(":aver_busyness", m.last_dl_bs_aver_busyness);
-    q.bindValue(":busyness", m.last_dl_bs_busyness);
-    q.bindValue(":iterator", m.iterator);
+    static const QByteArray sql =
+        ("INSERT INTO ul_messages (" + columns +
+         ") VALUES (:modem_id, :station_id, :ttl, :timestamp, :time_detected, :bs_timezone_offset, :phy, "
+         ":snr,"
+         " :rssi, :tag, :unique_id, :data, :extended_data, :parse_status, :hw_type, :protocol, :payload,"
+         " :tz_mismatch, :dl_phy, :aver_busyness, :busyness, :iterator)")
+            .toUtf8();
+    native_statement& q = m_db.native(sql);
+    q.bind_int(1, m.modem_id);
+    q.bind_int(2, m.station_id);
+    q.bind_time(3, m.ttl);
+    q.bind_time(4, m.timestamp);
+    q.bind_time(5, m.time_detected);
+    q.bind_int(6, m.bs_timezone_offset);
+    q.bind_text(7, m.phy);
+    q.bind_int(8, m.snr);
+    q.bind_int(9, m.rssi);
+    q.bind_text(10, text_value(m.tag));
+    q.bind_int(11, qint64(m.unique_id));
+    // The decoded records' text as the driver wrote it, else the document's.
+    const QByteArray data = m.data_text.isEmpty() ? document_text(m.data) : m.data_text;
+    q.bind_utf8(12, data);
+    const QByteArray extended_data = document_text(m.extended_data);
+    q.bind_utf8(13, extended_data);
+    q.bind_text(14, m.parse_status);
+    q.bind_text(15, m.hw_type);
+    q.bind_text(16, m.protocol);
+    q.bind_blob(17, m.payload);
+    q.bind_int(18, m.tz_mismatch ? 1 : 0);
+    q.bind_text(19, m.dl_phy);
+    q.bind_double(20, m.last_dl_bs_aver_busyness);
+    q.bind_double(21, m.last_dl_bs_busyness);
+    q.bind_int(22, m.iterator);
     // A single statement outside a transaction is its own committed transaction.
-    m_db.run(q);
+    q.run();
 }
 
 void uplink_store::get_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) {

@@ -22,3 +22,8 @@ add_dependencies(sqlite_devices_tool_test plug_db_driver_sqlite quillon-devices)
 quillon_add_test(sqlite_durability_test
   SOURCES sqlite_durability_test.cpp
   LIBS quillon_sqlite_store Qt5::Sql)
+
+quillon_add_test(sqlite_rows_test
+  SOURCES sqlite_rows_test.cpp
+  LIBS quillon_interfaces quillon_model Qt5::Sql)
+add_dependencies(sqlite_rows_test plug_db_driver_sqlite)
