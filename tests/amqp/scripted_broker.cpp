@@ -38,8 +38,11 @@ scripted_broker::scripted_broker(uint16_t heartbeat_s) : m_heartbeat_s(heartbeat
 scripted_broker::~scripted_broker() {
     m_stopping = true;
     ::shutdown(m_listen_fd, SHUT_RDWR);
-    if (m_client_fd >= 0) {
-        ::shutdown(m_client_fd, SHUT_RDWR);
+    {
+        std::lock_guard<std::mutex> lock(m_write_mutex);
+        if (m_client_fd >= 0) {
+            ::shutdown(m_client_fd, SHUT_RDWR);
+        }
     }
     m_thread.join();
     ::close(m_listen_fd);
@@ -146,17 +149,32 @@ bool scripted_broker::read_exactly(char* into, std::size_t n) {
 }
 
 void scripted_broker::serve() {
-    const int client = ::accept(m_listen_fd, nullptr, nullptr);
-    if (client < 0 || m_stopping) {
-        if (client >= 0) {
-            ::close(client);
+    while (!m_stopping) {
+        const int client = ::accept(m_listen_fd, nullptr, nullptr);
+        if (client < 0 || m_stopping) {
+            if (client >= 0) {
+                ::close(client);
+            }
+            return;
         }
-        return;
+        {
+            std::lock_guard<std::mutex> lock(m_write_mutex);
+            if (m_client_fd >= 0) {
+                ::close(m_client_fd);  // the client before, gone
+            }
+            m_client_fd = client;
+        }
+        m_silent = false;
+        m_client_gone = false;
+        ++m_clients;
+        serve_client();
+        m_client_gone = true;
     }
-    m_client_fd = client;
+}
+
+void scripted_broker::serve_client() {
     char header[8];
     if (!read_exactly(header, sizeof header)) {
-        m_client_gone = true;
         return;
     }
     {
@@ -169,7 +187,7 @@ void scripted_broker::serve() {
     for (;;) {
         char head[7];
         if (!read_exactly(head, sizeof head)) {
-            break;
+            return;
         }
         frame f;
         f.type = uint8_t(head[0]);
@@ -179,7 +197,7 @@ void scripted_broker::serve() {
         f.payload.resize(int(size));
         char end = 0;
         if (!read_exactly(f.payload.data(), size) || !read_exactly(&end, 1) || end != frame_end) {
-            break;
+            return;
         }
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -189,7 +207,6 @@ void scripted_broker::serve() {
             answer(f);
         }
     }
-    m_client_gone = true;
 }
 
 void scripted_broker::answer(const frame& f) {

@@ -9,10 +9,11 @@
 #include <vector>
 
 // A broker played by the test on a loopback socket of its own: it answers the opening
-// handshake and the set-up requests of one client, records every frame the client sends,
-// and writes whatever bytes the test hands it. Frames are written from the AMQP 0-9-1
-// grammar by hand (frame type, channel, size, payload, end octet 0xCE), not by the
-// library under test.
+// handshake and the set-up requests of its client, records every frame the client sends,
+// and writes whatever bytes the test hands it. A client that comes again after its
+// connection was lost is served the same way (and answered again after go_silent).
+// Frames are written from the AMQP 0-9-1 grammar by hand (frame type, channel, size,
+// payload, end octet 0xCE), not by the library under test.
 class scripted_broker {
 public:
     struct frame {
@@ -34,8 +35,10 @@ public:
     void send(const QByteArray& bytes);
     // The same in pieces of `chunk` bytes, with a pause between them.
     void send_in_pieces(const QByteArray& bytes, int chunk, int pause_ms);
-    // Stops answering anything (heartbeats included) without closing the socket.
+    // Stops answering the present client (heartbeats included) without closing the socket.
     void go_silent() { m_silent = true; }
+    // How many connections were accepted so far.
+    int clients() const { return m_clients; }
     // What the client opened with: the protocol header.
     QByteArray greeting() const;
     std::vector<frame> frames() const;
@@ -56,6 +59,7 @@ public:
 
 private:
     void serve();
+    void serve_client();
     bool read_exactly(char* into, std::size_t n);
     void answer(const frame& f);
 
@@ -65,6 +69,7 @@ private:
     uint16_t m_heartbeat_s = 0;
     std::atomic<bool> m_silent{false};
     std::atomic<bool> m_client_gone{false};
+    std::atomic<int> m_clients{0};
     std::atomic<bool> m_stopping{false};
     mutable std::mutex m_mutex;
     std::mutex m_write_mutex;

@@ -120,6 +120,29 @@ TEST_F(amqp_protocol, heartbeats_keep_the_link_and_silence_loses_it) {
     EXPECT_EQ(m_log.count("lost:"), 1);
 }
 
+// A broker that stops answering while its socket stays open (a stopped process) is a
+// lost link after two heartbeat intervals, with that reason in the log; the link is then
+// made again by itself, as a new connection.
+TEST_F(amqp_protocol, a_silent_broker_is_a_lost_link_that_is_made_again) {
+    m_broker = std::make_unique<scripted_broker>(1);
+    amqp::connection link(m_log.get());
+    link.set_heartbeat(1);
+    link.set_rpc_timeout(1000);
+    QSignalSpy lost(&link, &amqp::connection::disconnected);
+    link.connect_to_host(m_broker->url());
+    ASSERT_TRUE(amqp_test::wait_for([&] { return link.is_connected(); }, 10000))
+        << link.last_error().toStdString();
+    EXPECT_EQ(link.generation(), 1u);
+
+    m_broker->go_silent();
+    ASSERT_TRUE(amqp_test::wait_for([&] { return lost.count() == 1; }, 10000));
+    EXPECT_TRUE(m_log.text().contains("no heartbeat from the broker for two intervals"))
+        << m_log.text().toStdString();
+    ASSERT_TRUE(amqp_test::wait_for([&] { return link.is_connected(); }, 30000));
+    EXPECT_GE(link.generation(), 2u);
+    EXPECT_GE(m_broker->clients(), 2);
+}
+
 TEST_F(amqp_protocol, a_channel_closed_by_the_broker_is_answered_and_reported_while_the_link_stays) {
     connect();
     struct closure {

@@ -1,10 +1,7 @@
 // Recovery of the receiver and the publisher: connections closed by the broker, a
-// restart of the broker, an idle connection kept by heartbeats and a silent broker.
+// restart of the broker and an idle connection kept by heartbeats. (A silent broker is
+// played by test_amqp_protocol.)
 #include <gtest/gtest.h>
-
-#include <signal.h>
-
-#include <QSignalSpy>
 
 #include "amqp/amqp_connection.h"
 #include "amqp/rabbit_publisher.h"
@@ -89,25 +86,4 @@ TEST(amqp_recovery, heartbeats_keep_an_idle_connection) {
     EXPECT_EQ(receiver.transport().generation(), 1u);
     EXPECT_EQ(publisher.transport().generation(), 1u);
     EXPECT_EQ(log.count("Disconnected"), 0);
-}
-
-TEST(amqp_recovery, a_silent_broker_is_a_lost_connection) {
-    test_log log;
-    amqp::connection conn(log.get());
-    conn.set_virtual_host("/api");
-    conn.set_heartbeat(1);
-    conn.set_rpc_timeout(1000);
-    QSignalSpy lost(&conn, &amqp::connection::disconnected);
-    conn.connect_to_host(broker_url());
-    ASSERT_TRUE(wait_for([&] { return conn.is_connected(); }));
-
-    const qint64 pid = broker_pid();
-    ASSERT_GT(pid, 0);
-    ASSERT_EQ(kill(pid_t(pid), SIGSTOP), 0);
-    const bool detected = wait_for([&] { return lost.count() == 1; }, 10000);
-    kill(pid_t(pid), SIGCONT);
-    ASSERT_TRUE(detected);
-    EXPECT_TRUE(log.text().contains("no heartbeat from the broker for two intervals"));
-    ASSERT_TRUE(wait_for([&] { return conn.is_connected(); }, 30000));
-    EXPECT_GE(conn.generation(), 2u);
 }

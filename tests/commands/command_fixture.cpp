@@ -6,21 +6,6 @@
 
 namespace command_test {
 
-model::device_description FakeDriver::metadata(const QString& hw_type) {
-    metadata_requests.append(hw_type);
-    model::device_parameter parameter;
-    parameter.number = 1;
-    parameter.name = "volume";
-    parameter.comment = "for " + hw_type;
-    parameter.unit = "m3";
-    return model::device_description{parameter};
-}
-
-QJsonObject FakeDriver::custom_query(const model::custom_query& query) {
-    custom_queries.push_back(query);
-    return QJsonObject{{"answered", int(custom_queries.size())}};
-}
-
 QJsonObject FakeEngine::sendDlmessage(const model::dl_message& message) {
     if (refused.count(message.modem_id)) {
         throw downlink_refused("mbus downlink: \"address\" must be 0 to 250");
@@ -71,7 +56,8 @@ CommandFixture::CommandFixture() {
     pm.plugin_path = pm.plugin_config_path = pm.plugin_db_config_path = m_dir.path();
     m_plugins = std::make_unique<PluginsManager>(pm, *m_log);
 
-    driver = std::make_shared<FakeDriver>();
+    driver = std::make_shared<fake_driver>();
+    driver->m_pattern = "marl\\d";
     messages = std::make_shared<RecordingMessages>(m_plugins->messages_database());
     engine = std::make_unique<FakeEngine>(messages);
 

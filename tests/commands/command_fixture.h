@@ -14,36 +14,11 @@
 #include "commands/command_context.h"
 #include "commands/command_factory.h"
 #include "engine/engine_services.h"
-#include "interfaces/IDriver.h"
 #include "interfaces/IMessagesDatabase.h"
 #include "plugins/PluginsManager.h"
+#include "tests/support/fake_driver.h"
 
 namespace command_test {
-
-// Serves protocol "proto7" and hardware types matching "marl\d", ignoring case.
-class FakeDriver : public interfaces::IDriver {
-public:
-    QString type_name() const override { return "proto7"; }
-    QString hw_pattern() const override { return "marl\\d"; }
-    model::device_description metadata(const QString& hw_type) override;
-    void parse(const model::ul_app_message&, model::ul_message&) override {}
-    model::eav_list explode(const model::ul_message&) override { return {}; }
-    void write_settings(const std::map<int, QList<model::setting_item>>&) override {}
-    void read_settings(QList<model::setting_result>&, const QList<int>&, const QStringList&) override {}
-    void write_calibs(const std::map<int, QList<model::calib_item>>&) override {}
-    void read_calibs(QList<model::calib_result>&, const QList<int>&, const QStringList&) override {}
-    QByteArray encode_dl(const model::dl_message&, const std::pair<QString, QString>&) override { return {}; }
-    bool needs_dl_processing(const controller_event&) override { return false; }
-    int new_dl_status(const controller_event&, const model::dl_message&) override { return 0; }
-    void extract_values(model::per_modem<model::dev_value>&, const model::value_query&) override {}
-    void extract_events(model::per_modem<model::dev_event>&, const model::value_query&) override {}
-    void extract_roll(model::per_modem<model::ul_message>&, const model::roll_query&) override {}
-    bool controller(const controller_event&) override { return false; }
-    QJsonObject custom_query(const model::custom_query& query) override;
-
-    std::vector<model::custom_query> custom_queries;
-    QStringList metadata_requests;
-};
 
 // Stores each downlink through the real store, as the engine's sending does, and
 // answers with the stored id.
@@ -117,7 +92,8 @@ public:
     void write_file(const QString& name, const QByteArray& text) const;
 
     std::shared_ptr<command_context> context;
-    std::shared_ptr<FakeDriver> driver;
+    // Serves protocol "proto7" and hardware types matching "marl\d", ignoring case.
+    std::shared_ptr<fake_driver> driver;
     std::shared_ptr<RecordingMessages> messages;
     std::unique_ptr<FakeEngine> engine;
     command_factory factory;

@@ -20,11 +20,11 @@
 #include "commands/command_context.h"
 #include "engine/engine_services.h"
 #include "interfaces/IDeviceClientsDatabase.h"
-#include "interfaces/IDriver.h"
 #include "interfaces/IDriverState.h"
 #include "interfaces/IEAVDatabase.h"
 #include "interfaces/IMessagesDatabase.h"
 #include "plugins/PluginsManager.h"
+#include "tests/support/fake_driver.h"
 
 namespace history_fakes {
 
@@ -32,61 +32,13 @@ namespace history_fakes {
 inline const QString protocol = QStringLiteral("proto7");
 inline const QString hw_type = QStringLiteral("marl2");
 
-class FakeDriver : public interfaces::IDriver {
-public:
-    QString type_name() const override { return protocol; }
-    QString hw_pattern() const override { return QStringLiteral("marl\\d"); }
-    model::device_description metadata(const QString&) override { return {}; }
-    void parse(const model::ul_app_message&, model::ul_message&) override {}
-    model::eav_list explode(const model::ul_message&) override { return {}; }
-    void write_settings(const std::map<int, QList<model::setting_item>>& settings) override {
-        written_settings.push_back(settings);
-    }
-    void read_settings(QList<model::setting_result>& out, const QList<int>& modems,
-                       const QStringList& names) override {
-        read_modems = modems;
-        read_names = names;
-        out = setting_results;
-    }
-    void write_calibs(const std::map<int, QList<model::calib_item>>& calibs) override {
-        written_calibs.push_back(calibs);
-    }
-    void read_calibs(QList<model::calib_result>& out, const QList<int>& modems,
-                     const QStringList& names) override {
-        read_modems = modems;
-        read_names = names;
-        out = calib_results;
-    }
-    QByteArray encode_dl(const model::dl_message&, const std::pair<QString, QString>&) override { return {}; }
-    bool needs_dl_processing(const controller_event&) override { return false; }
-    int new_dl_status(const controller_event&, const model::dl_message&) override { return 0; }
-    void extract_values(model::per_modem<model::dev_value>& out, const model::value_query& query) override {
-        value_queries.push_back(query);
-        out = extracted_values;
-    }
-    void extract_events(model::per_modem<model::dev_event>& out, const model::value_query& query) override {
-        value_queries.push_back(query);
-        out = extracted_events;
-    }
-    void extract_roll(model::per_modem<model::ul_message>& out, const model::roll_query& query) override {
-        roll_queries.push_back(query);
-        out = extracted_roll;
-    }
-    bool controller(const controller_event&) override { return false; }
-    QJsonObject custom_query(const model::custom_query&) override { return {}; }
-
-    std::vector<std::map<int, QList<model::setting_item>>> written_settings;
-    std::vector<std::map<int, QList<model::calib_item>>> written_calibs;
-    QList<model::setting_result> setting_results;
-    QList<model::calib_result> calib_results;
-    QList<int> read_modems;
-    QStringList read_names;
-    model::per_modem<model::dev_value> extracted_values;
-    model::per_modem<model::dev_event> extracted_events;
-    model::per_modem<model::ul_message> extracted_roll;
-    std::vector<model::value_query> value_queries;
-    std::vector<model::roll_query> roll_queries;
-};
+// The fake driver, serving `protocol` and the hardware types matching "marl\d".
+inline std::shared_ptr<fake_driver> served_driver() {
+    auto driver = std::make_shared<fake_driver>();
+    driver->m_type = protocol;
+    driver->m_pattern = QStringLiteral("marl\\d");
+    return driver;
+}
 
 // One call of publish_record or publish_roll.
 struct publication {
@@ -220,7 +172,7 @@ public:
     void store_values(const std::vector<model::dev_value>& values);
     void store_events(const std::vector<model::dev_event>& events);
 
-    std::shared_ptr<FakeDriver> driver = std::make_shared<FakeDriver>();
+    std::shared_ptr<fake_driver> driver = served_driver();
     FakeEngine engine;
     std::shared_ptr<RecordingMessages> messages;
     std::shared_ptr<RecordingEAV> eav;

@@ -142,18 +142,18 @@ TEST(HistoryReply, RollPerModemAsRecordJsonInStoreOrder) {
 TEST(HistoryReply, ExtractFormsAskTheDriverAndAreNotThinned) {
     fixture f;
     f.own(1);
-    f.driver->extracted_roll[1] = {roll(1, t0, 1)};
-    f.driver->extracted_values[1] = {value(1, t0, "a"), value(1, t0 + 1, "a")};
-    f.driver->extracted_events[1] = {event(1, t0, 4)};
+    f.driver->m_extracted_roll[1] = {roll(1, t0, 1)};
+    f.driver->m_extracted_values[1] = {value(1, t0, "a"), value(1, t0 + 1, "a")};
+    f.driver->m_extracted_events[1] = {event(1, t0, 4)};
     const QJsonObject body{{"modem_id", QJsonArray{1}}, {"step", 60}, {"from", t0}};
 
     const QJsonObject rolls = GetRollExtract(f.context).execute(command(body));
     const QJsonObject values = GetEAVValuesExtract(f.context).execute(command(body));
     const QJsonObject events = GetEAVEventsExtract(f.context).execute(command(body));
 
-    EXPECT_EQ(f.driver->roll_queries.size(), 1u);
-    EXPECT_EQ(f.driver->value_queries.size(), 2u);
-    EXPECT_EQ(f.driver->value_queries[0].step, 60);
+    EXPECT_EQ(f.driver->m_roll_queries.size(), 1u);
+    EXPECT_EQ(f.driver->m_value_queries.size(), 2u);
+    EXPECT_EQ(f.driver->m_value_queries[0].step, 60);
     EXPECT_EQ(rolls.value("1").toArray().size(), 1);
     EXPECT_EQ(values.value("1").toArray().size(), 2);
     EXPECT_EQ(events.value("1").toArray().at(0).toObject(), model::to_json(event(1, t0, 4)));

@@ -38,7 +38,7 @@ TEST(CustomRequest, AnotherInstanceAnswersEmptyWithoutTheDriver) {
     CommandFixture f;
     EXPECT_EQ(f.run("custom_request", QJsonObject{{"instance", "proto7_other"}, {"modem_id", QJsonArray{1}}}),
               QJsonObject());
-    EXPECT_TRUE(f.driver->custom_queries.empty());
+    EXPECT_TRUE(f.driver->m_custom_queries.empty());
 }
 
 TEST(CustomRequest, OwnInstanceNameIsAnswered) {
@@ -46,9 +46,9 @@ TEST(CustomRequest, OwnInstanceNameIsAnswered) {
     f.context->pm_config.instance_names = QStringList{"first", "marl2"};
     const QJsonObject body{{"instance", "proto7_marl2"}, {"type", "t"}, {"query", QJsonObject{{"a", "1"}}}};
     EXPECT_EQ(f.run("custom_request", body), (QJsonObject{{"answered", 1}}));
-    ASSERT_EQ(f.driver->custom_queries.size(), 1u);
-    EXPECT_EQ(f.driver->custom_queries[0].type, "t");
-    EXPECT_EQ(f.driver->custom_queries[0].query.at("a"), "1");
+    ASSERT_EQ(f.driver->m_custom_queries.size(), 1u);
+    EXPECT_EQ(f.driver->m_custom_queries[0].type, "t");
+    EXPECT_EQ(f.driver->m_custom_queries[0].query.at("a"), "1");
 }
 
 TEST(CustomRequest, WithoutInstanceOnlyOwnModemsReachTheDriver) {
@@ -56,8 +56,8 @@ TEST(CustomRequest, WithoutInstanceOnlyOwnModemsReachTheDriver) {
     // "x" and 2^40 are not modem ids; 9 belongs to another protocol.
     const QJsonArray ids{1, 9, "x", 1099511627776.0, 2};
     EXPECT_EQ(f.run("custom_request", QJsonObject{{"modem_id", ids}}), (QJsonObject{{"answered", 1}}));
-    ASSERT_EQ(f.driver->custom_queries.size(), 1u);
-    EXPECT_EQ(f.driver->custom_queries[0].modem_id, (QList<int>{1, 2}));
+    ASSERT_EQ(f.driver->m_custom_queries.size(), 1u);
+    EXPECT_EQ(f.driver->m_custom_queries[0].modem_id, (QList<int>{1, 2}));
     EXPECT_TRUE(f.log_text().contains("modem id 'x'"));
 }
 
@@ -66,7 +66,7 @@ TEST(CustomRequest, WithoutInstanceAndWithoutOwnModemsAnswersEmpty) {
     EXPECT_EQ(f.run("custom_request", QJsonObject{{"modem_id", QJsonArray{9, 4}}}), QJsonObject());
     EXPECT_EQ(f.run("custom_request", QJsonObject{{"modem_id", QJsonArray{}}}), QJsonObject());
     EXPECT_EQ(f.run("custom_request", QJsonObject()), QJsonObject());
-    EXPECT_TRUE(f.driver->custom_queries.empty());
+    EXPECT_TRUE(f.driver->m_custom_queries.empty());
 }
 
 // ---- get_metadata --------------------------------------------------------------------
@@ -93,7 +93,7 @@ TEST(GetMetadata, ApplicationFileNarrowedByTheRequestedHardwareType) {
     EXPECT_EQ(f.run("get_metadata", app2), (QJsonObject{{"y", 2}}));
     app2["hw_type"] = "marl6";
     EXPECT_EQ(f.run("get_metadata", app2), (QJsonObject{{"marl5", QJsonObject{{"y", 2}}}}));
-    EXPECT_TRUE(f.driver->metadata_requests.isEmpty());
+    EXPECT_TRUE(f.driver->m_metadata_requests.isEmpty());
 }
 
 TEST(GetMetadata, FileNameMustBeListedExactlyAndMayBeMalformed) {
@@ -115,7 +115,7 @@ TEST(GetMetadata, DriverDescriptionWithoutApplication) {
     const QJsonObject reply = f.run("get_metadata", QJsonObject{{"hw_type", "MARL7"}, {"protocol", "*"}});
     EXPECT_EQ(reply.keys(), QStringList{"par1"});
     EXPECT_EQ(reply.value("par1").toObject().value("comment"), QJsonValue("for MARL7"));
-    EXPECT_EQ(f.driver->metadata_requests, QStringList{"MARL7"});
+    EXPECT_EQ(f.driver->m_metadata_requests, QStringList{"MARL7"});
 }
 
 TEST(GetMetadata, FailedFiltersOrNoSelectorAnswerEmpty) {
@@ -123,14 +123,14 @@ TEST(GetMetadata, FailedFiltersOrNoSelectorAnswerEmpty) {
     EXPECT_EQ(f.run("get_metadata", QJsonObject{{"hw_type", "abc"}, {"protocol", "proto7"}}), QJsonObject());
     EXPECT_EQ(f.run("get_metadata", QJsonObject{{"hw_type", "marl2"}, {"protocol", "other"}}), QJsonObject());
     EXPECT_EQ(f.run("get_metadata", QJsonObject{{"hw_type", "marl2"}}), QJsonObject());
-    EXPECT_TRUE(f.driver->metadata_requests.isEmpty());
+    EXPECT_TRUE(f.driver->m_metadata_requests.isEmpty());
 }
 
 TEST(GetMetadata, PerModemUsesEachOwnModemsHardwareType) {
     CommandFixture f;
     const QJsonObject reply = f.run("get_metadata", QJsonObject{{"modem_id", QJsonArray{1, 9, 4, 10}}});
     EXPECT_EQ(reply.keys(), (QStringList{"1", "10"}));
-    EXPECT_EQ(f.driver->metadata_requests, (QStringList{"marl2", "MARL3"}));
+    EXPECT_EQ(f.driver->m_metadata_requests, (QStringList{"marl2", "MARL3"}));
     EXPECT_EQ(reply.value("10").toObject().value("par1").toObject().value("comment"),
               QJsonValue("for MARL3"));
 }

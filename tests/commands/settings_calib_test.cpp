@@ -28,8 +28,8 @@ TEST(WriteSetting, OnlyOwnedModemsReachTheDriver) {
         command({{"settings",
                   QJsonObject{{"10", QJsonObject{{"period", 60}}}, {"20", QJsonObject{{"period", 5}}}}}}));
     EXPECT_EQ(reply, (QJsonObject{{"10", "ok"}}));
-    ASSERT_EQ(f.driver->written_settings.size(), 1u);
-    const auto& written = f.driver->written_settings[0];
+    ASSERT_EQ(f.driver->m_written_settings.size(), 1u);
+    const auto& written = f.driver->m_written_settings[0];
     ASSERT_EQ(written.size(), 1u);
     ASSERT_EQ(written.count(10), 1u);
     ASSERT_EQ(written.at(10).size(), 1);
@@ -47,7 +47,7 @@ TEST(WriteSetting, StructuredValuesTravelAsDocumentsAndScalarsAsVariants) {
                                                     {"name", "north"},
                                                     {"on", true},
                                                 }}}}}));
-    const QList<model::setting_item> items = f.driver->written_settings.at(0).at(1);
+    const QList<model::setting_item> items = f.driver->m_written_settings.at(0).at(1);
     ASSERT_EQ(items.size(), 4);
     std::map<QString, model::setting_item> by_name;
     for (const auto& item : items) {
@@ -64,7 +64,7 @@ TEST(WriteSetting, StructuredValuesTravelAsDocumentsAndScalarsAsVariants) {
 TEST(WriteSetting, MissingSettingsFails) {
     fixture f;
     EXPECT_EQ(WriteSetting(f.context).execute(command({{"modem_id", QJsonArray{1}}})), fail);
-    EXPECT_TRUE(f.driver->written_settings.empty());
+    EXPECT_TRUE(f.driver->m_written_settings.empty());
 }
 
 TEST(WriteSetting, KeyThatIsNotANumberIsSkipped) {
@@ -73,7 +73,7 @@ TEST(WriteSetting, KeyThatIsNotANumberIsSkipped) {
     const QJsonObject reply = WriteSetting(f.context).execute(
         command({{"settings", QJsonObject{{"x3", QJsonObject{{"a", 1}}}, {"3", QJsonObject{{"a", 2}}}}}}));
     EXPECT_EQ(reply, (QJsonObject{{"3", "ok"}}));
-    EXPECT_EQ(f.driver->written_settings.at(0).size(), 1u);
+    EXPECT_EQ(f.driver->m_written_settings.at(0).size(), 1u);
 }
 
 // --- write_calib ---------------------------------------------------------------------
@@ -87,8 +87,8 @@ TEST(WriteCalib, TextValueReachesTheDriverAsZero) {
                                                   {"ch2", QJsonObject{{"gain", -2}}}}},
                                 {"5", QJsonObject{{"ch1", QJsonObject{{"gain", 9}}}}}}}}));
     EXPECT_EQ(reply, (QJsonObject{{"4", "ok"}}));
-    ASSERT_EQ(f.driver->written_calibs.size(), 1u);
-    const auto& written = f.driver->written_calibs[0];
+    ASSERT_EQ(f.driver->m_written_calibs.size(), 1u);
+    const auto& written = f.driver->m_written_calibs[0];
     ASSERT_EQ(written.size(), 1u);
     const QList<model::calib_item> items = written.at(4);
     ASSERT_EQ(items.size(), 3);
@@ -104,7 +104,7 @@ TEST(WriteCalib, TextValueReachesTheDriverAsZero) {
 TEST(WriteCalib, MissingCalibsFails) {
     fixture f;
     EXPECT_EQ(WriteCalib(f.context).execute(command({{"settings", QJsonObject{}}})), fail);
-    EXPECT_TRUE(f.driver->written_calibs.empty());
+    EXPECT_TRUE(f.driver->m_written_calibs.empty());
 }
 
 // --- read_setting --------------------------------------------------------------------
@@ -114,11 +114,11 @@ TEST(ReadSetting, NamedSettingsNestUnderTheirModem) {
     f.own(1);
     f.own(2);
     f.foreign(3);
-    f.driver->setting_results = {{1, "period", 60}, {1, "mode", "eco"}, {2, "period", 30}};
+    f.driver->m_setting_results = {{1, "period", 60}, {1, "mode", "eco"}, {2, "period", 30}};
     const QJsonObject reply = ReadSetting(f.context).execute(
         command({{"modem_id", QJsonArray{1, 2, 3}}, {"settings", QJsonArray{"period", "mode"}}}));
-    EXPECT_EQ(f.driver->read_modems, (QList<int>{1, 2}));
-    EXPECT_EQ(f.driver->read_names, (QStringList{"period", "mode"}));
+    EXPECT_EQ(f.driver->m_read_modems, (QList<int>{1, 2}));
+    EXPECT_EQ(f.driver->m_read_names, (QStringList{"period", "mode"}));
     EXPECT_EQ(reply, (QJsonObject{{"1", QJsonObject{{"period", 60}, {"mode", "eco"}}},
                                   {"2", QJsonObject{{"period", 30}}}}));
 }
@@ -126,9 +126,9 @@ TEST(ReadSetting, NamedSettingsNestUnderTheirModem) {
 TEST(ReadSetting, WithoutNamesEachModemGetsItsWholeMap) {
     fixture f;
     f.own(1);
-    f.driver->setting_results = {{1, "", QVariantMap{{"period", 60}, {"mode", "eco"}}}};
+    f.driver->m_setting_results = {{1, "", QVariantMap{{"period", 60}, {"mode", "eco"}}}};
     const QJsonObject reply = ReadSetting(f.context).execute(command({{"modem_id", QJsonArray{1}}}));
-    EXPECT_TRUE(f.driver->read_names.isEmpty());
+    EXPECT_TRUE(f.driver->m_read_names.isEmpty());
     EXPECT_EQ(reply, (QJsonObject{{"1", QJsonObject{{"period", 60}, {"mode", "eco"}}}}));
 }
 
@@ -144,11 +144,11 @@ TEST(ReadCalib, NestsModemGroupNameNumber) {
     fixture f;
     f.own(6);
     f.own(7);
-    f.driver->calib_results = {
+    f.driver->m_calib_results = {
         {6, "ch1", "gain", 1.25}, {6, "ch1", "offset", -3}, {6, "ch2", "gain", 2}, {7, "ch1", "gain", 0.5}};
     const QJsonObject reply = ReadCalib(f.context).execute(
         command({{"modem_id", QJsonArray{6, 7}}, {"calibs", QJsonArray{"ch1", "ch2"}}}));
-    EXPECT_EQ(f.driver->read_names, (QStringList{"ch1", "ch2"}));
+    EXPECT_EQ(f.driver->m_read_names, (QStringList{"ch1", "ch2"}));
     EXPECT_EQ(reply, (QJsonObject{
                          {"6", QJsonObject{{"ch1", QJsonObject{{"gain", 1.25}, {"offset", -3}}},
                                            {"ch2", QJsonObject{{"gain", 2}}}}},
