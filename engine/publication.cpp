@@ -107,6 +107,54 @@ QString record_route(const model::ul_message& stored, const model::eav_record& r
 }
 }  // namespace
 
+namespace {
+// The routes of one client's records: "client.index.ul_eav.hw_type." is the same for all of
+// them and is written once. Only when no part holds a '%' (see fill_route); otherwise
+// each route is filled by the successive substitutions.
+class client_routes {
+public:
+    client_routes(const model::ul_message& stored, const QString& client, int index)
+        : m_stored(stored), m_client(client), m_index(index) {
+        m_plain = !client.contains(QLatin1Char('%')) && !stored.hw_type.contains(QLatin1Char('%'));
+        if (m_plain) {
+            m_eav_prefix.reserve(client.size() + stored.hw_type.size() + 24);
+            m_eav_prefix.append(client).append(QLatin1Char('.')).append(QString::number(index));
+            m_eav_prefix.append(QLatin1String(".ul_eav.")).append(stored.hw_type).append(QLatin1Char('.'));
+        }
+    }
+
+    QString route(const model::eav_record& record) const {
+        if (const auto* event = std::get_if<model::dev_event>(&record)) {
+            if (!m_plain) {
+                return event_route(m_stored, *event, m_client, m_index);
+            }
+            static const QString event_part = QStringLiteral("event");
+            return joined(event_part, QString::number(event->event_code), event->modem_id);
+        }
+        const auto& value = std::get<model::dev_value>(record);
+        if (!m_plain || value.tag.contains(QLatin1Char('%')) || value.obis_code.contains(QLatin1Char('%'))) {
+            return value_route(m_stored, value, m_client, m_index);
+        }
+        return joined(value.tag, value.obis_code, value.modem_id);
+    }
+
+private:
+    QString joined(const QString& fourth, const QString& fifth, int modem_id) const {
+        QString route;
+        route.reserve(m_eav_prefix.size() + fourth.size() + fifth.size() + 16);
+        route.append(m_eav_prefix).append(fourth).append(QLatin1Char('.')).append(fifth);
+        route.append(QLatin1Char('.')).append(QString::number(modem_id));
+        return route;
+    }
+
+    const model::ul_message& m_stored;
+    const QString& m_client;
+    int m_index = 0;
+    bool m_plain = false;
+    QString m_eav_prefix;
+};
+}  // namespace
+
 void publish_message(const model::ul_message& message, const QString& client, int index,
                      publication_sink& sink, bool wrap) {
     sink.publish(body(model::json_text(message), roll_type, wrap), roll_route(message, client, index),
@@ -130,10 +178,10 @@ void publish_uplink(const model::ul_message& stored, const model::eav_list& reco
     const QByteArray roll_text = model::json_text(stored);
     for (int index = 0; index < clients.size(); ++index) {
         const QString& client = clients[index];
+        const client_routes routes(stored, client, index);
         size_t n = 0;
         for (const auto& record : records) {
-            sink.publish(body(texts[n++], record_type(record), wrap),
-                         record_route(stored, record, client, index), mime_type);
+            sink.publish(body(texts[n++], record_type(record), wrap), routes.route(record), mime_type);
         }
         sink.publish(body(roll_text, roll_type, wrap), roll_route(stored, client, index), mime_type);
     }

@@ -4,6 +4,7 @@
 #include <QJsonObject>
 #include <QLocale>
 #include <cmath>
+#include <cstring>
 
 namespace model {
 
@@ -201,12 +202,26 @@ object_writer::~object_writer() {
 }
 
 QByteArray& object_writer::key(const char* name, int length) {
-    if (m_members++ > 0) {
-        m_out.append(',');
+    // One append for the separator, the quoted name and the colon: each append of a
+    // QByteArray checks its sharing and its room anew.
+    char buffer[64];
+    if (length > int(sizeof buffer) - 4) {
+        if (m_members++ > 0) {
+            m_out.append(',');
+        }
+        m_out.append('"').append(name, length).append("\":", 2);
+        return m_out;
     }
-    m_out.append('"');
-    m_out.append(name, length);
-    m_out.append("\":", 2);
+    char* p = buffer;
+    if (m_members++ > 0) {
+        *p++ = ',';
+    }
+    *p++ = '"';
+    std::memcpy(p, name, size_t(length));
+    p += length;
+    *p++ = '"';
+    *p++ = ':';
+    m_out.append(buffer, int(p - buffer));
     return m_out;
 }
 
@@ -220,6 +235,36 @@ void append_hex(QByteArray& out, const QByteArray& bytes) {
         *p++ = hex_digit(uint8_t(c) & 0xf);
     }
     *p = '"';
+}
+
+void append_ascii(QByteArray& out, const char* text) {
+    out.append('"').append(text).append('"');
+}
+
+void append_iso_date(QByteArray& out, const QDateTime& t) {
+    const QDate date = t.date();
+    const int year = date.year();
+    if (!t.isValid() || t.timeSpec() != Qt::UTC || year < 0 || year > 9999) {
+        append_string(out, t.toString(Qt::ISODate));
+        return;
+    }
+    // yyyy-MM-ddTHH:mm:ssZ
+    const QTime time = t.time();
+    const int parts[] = {year / 100,  year % 100,    date.month(), date.day(),
+                         time.hour(), time.minute(), time.second()};
+    const char after[] = {0, '-', '-', 'T', ':', ':', 'Z'};
+    char text[24];
+    char* p = text;
+    *p++ = '"';
+    for (size_t i = 0; i < sizeof parts / sizeof parts[0]; ++i) {
+        *p++ = char('0' + parts[i] / 10);
+        *p++ = char('0' + parts[i] % 10);
+        if (after[i] != 0) {
+            *p++ = after[i];
+        }
+    }
+    *p++ = '"';
+    out.append(text, int(p - text));
 }
 
 }  // namespace json_text_detail
@@ -241,7 +286,12 @@ void append_json(QByteArray& out, const dev_value& v) {
     o.text("tag", v.tag);
     o.seconds("timestamp", v.timestamp);
     o.seconds("ttl", v.ttl);
-    o.value("value", QJsonValue::fromVariant(v.value));
+    if (v.value.type() == QVariant::Double) {
+        o.number("value",
+                 v.value.toDouble());  // what QJsonValue::fromVariant gives for it, without the detour
+    } else {
+        o.value("value", QJsonValue::fromVariant(v.value));
+    }
 }
 
 void append_json(QByteArray& out, const dev_event& e) {

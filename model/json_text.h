@@ -47,6 +47,10 @@ void append_array(QByteArray& out, const QJsonArray& a);
 void append_document(QByteArray& out, const QJsonDocument& d);
 // Bytes as a string of lower-case hexadecimal digits (nothing in it needs escaping).
 void append_hex(QByteArray& out, const QByteArray& bytes);
+// Text that needs no escaping (printable ASCII without " and \\), quoted.
+void append_ascii(QByteArray& out, const char* text);
+// QDateTime::toString(Qt::ISODate), quoted: "" for an invalid time.
+void append_iso_date(QByteArray& out, const QDateTime& t);
 
 // Writes the members of one object in the order given, which must be the sorted order
 // of their keys (the order a QJsonObject keeps). Closes the object when it goes.
@@ -79,6 +83,10 @@ public:
     template <int N>
     void text(const char (&name)[N], const QString& s) {
         append_string(key(name), s);
+    }
+    template <int N>
+    void ascii(const char (&name)[N], const char* text) {
+        append_ascii(key(name), text);
     }
     template <int N>
     void hex(const char (&name)[N], const QByteArray& bytes) {

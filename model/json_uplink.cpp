@@ -83,26 +83,28 @@ ul_message ul_message_from_json(const QJsonObject& o) {
 }
 
 ul_app_message ul_app_message_from_json(const QJsonObject& o) {
+    // Keys as Latin-1 views: no string is built to look a member up (read for every uplink).
     ul_app_message m;
-    m.dl_mode = o["dl_mode"].toString();
-    m.dl_phy = o["dl_phy"].toString();
-    m.last_dl_bs = o["last_dl_bs"].toInt(0);
-    m.last_dl_bs_aver_busyness = o["last_dl_bs_aver_busyness"].toDouble(0.0);
-    m.last_dl_bs_busyness = o["last_dl_bs_busyness"].toDouble(0.0);
-    m.last_success_dl_ts = o["last_success_dl_ts"].toInt(0);
-    m.modem_id = o["modem_id"].toInt(0);
-    m.payload = from_hex(o["payload"]);
-    m.station_id = o["station_id"].toInt(0);
-    m.phy = o["phy"].toString();
-    m.rssi = o["rssi"].toInt(0);
-    m.snr = o["snr"].toInt(0);
-    m.iterator = o["iterator"].toInt(0);
-    m.time_detected = QDateTime::fromSecsSinceEpoch(o["time_detected"].toInt(0), Qt::UTC);
-    m.time_saved = QDateTime::fromSecsSinceEpoch(o["time_saved"].toInt(0), Qt::UTC);
-    m.hw_type = o["hw_type"].toString();
-    m.protocol = o["protocol"].toString();
-    m.bs_tz = o["bs_tz"].toInt(0);
-    m.tz_mismatch = o["tz_mismatch"].toBool(false);
+    m.dl_mode = o.value(QLatin1String("dl_mode")).toString();
+    m.dl_phy = o.value(QLatin1String("dl_phy")).toString();
+    m.last_dl_bs = o.value(QLatin1String("last_dl_bs")).toInt(0);
+    m.last_dl_bs_aver_busyness = o.value(QLatin1String("last_dl_bs_aver_busyness")).toDouble(0.0);
+    m.last_dl_bs_busyness = o.value(QLatin1String("last_dl_bs_busyness")).toDouble(0.0);
+    m.last_success_dl_ts = o.value(QLatin1String("last_success_dl_ts")).toInt(0);
+    m.modem_id = o.value(QLatin1String("modem_id")).toInt(0);
+    m.payload = from_hex(o.value(QLatin1String("payload")));
+    m.station_id = o.value(QLatin1String("station_id")).toInt(0);
+    m.phy = o.value(QLatin1String("phy")).toString();
+    m.rssi = o.value(QLatin1String("rssi")).toInt(0);
+    m.snr = o.value(QLatin1String("snr")).toInt(0);
+    m.iterator = o.value(QLatin1String("iterator")).toInt(0);
+    m.time_detected =
+        QDateTime::fromSecsSinceEpoch(o.value(QLatin1String("time_detected")).toInt(0), Qt::UTC);
+    m.time_saved = QDateTime::fromSecsSinceEpoch(o.value(QLatin1String("time_saved")).toInt(0), Qt::UTC);
+    m.hw_type = o.value(QLatin1String("hw_type")).toString();
+    m.protocol = o.value(QLatin1String("protocol")).toString();
+    m.bs_tz = o.value(QLatin1String("bs_tz")).toInt(0);
+    m.tz_mismatch = o.value(QLatin1String("tz_mismatch")).toBool(false);
     return m;
 }
 
@@ -126,24 +128,30 @@ ul_hb_message ul_hb_message_from_json(const QJsonObject& o) {
 }
 
 QJsonObject modem_radio_summary(const QJsonObject& uplink) {
-    static const QStringList members = {"dl_mode",
-                                        "dl_phy",
-                                        "last_dl_bs",
-                                        "last_dl_bs_aver_busyness",
-                                        "last_dl_bs_busyness",
-                                        "last_success_dl_ts",
-                                        "station_id",
-                                        "phy",
-                                        "rssi",
-                                        "snr",
-                                        "time_saved",
-                                        "hw_type",
-                                        "protocol",
-                                        "bs_tz"};
+    // In the sorted order of the keys, the order a QJsonObject keeps: each member goes to
+    // the end. The content is the same whatever the order of insertion.
+    static const QLatin1String members[] = {QLatin1String("bs_tz"),
+                                            QLatin1String("dl_mode"),
+                                            QLatin1String("dl_phy"),
+                                            QLatin1String("hw_type"),
+                                            QLatin1String("last_dl_bs"),
+                                            QLatin1String("last_dl_bs_aver_busyness"),
+                                            QLatin1String("last_dl_bs_busyness"),
+                                            QLatin1String("last_success_dl_ts"),
+                                            QLatin1String("phy"),
+                                            QLatin1String("protocol"),
+                                            QLatin1String("rssi"),
+                                            QLatin1String("snr"),
+                                            QLatin1String("station_id"),
+                                            QLatin1String("time_saved")};
     QJsonObject summary;
-    // A missing member is undefined, and assigning undefined leaves the key out.
-    for (const QString& name : members)
-        summary[name] = uplink.value(name);
+    // A member missing from the uplink is left out, as assigning undefined would.
+    for (const QLatin1String& name : members) {
+        const auto found = uplink.constFind(name);
+        if (found != uplink.constEnd()) {
+            summary.insert(name, found.value());
+        }
+    }
     return summary;
 }
 

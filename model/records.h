@@ -12,6 +12,8 @@
 #include <map>
 #include <variant>
 
+#include "model/deferred_document.h"
+
 namespace model {
 
 // One measured value decoded from an uplink (an EAV "value" row).
@@ -54,7 +56,8 @@ struct ul_message {
     int32_t rssi = 0;
     QString tag;
     int64_t unique_id = 0;
-    QJsonDocument data;
+    // The driver's decoded content; the driver builds its document form only when read.
+    deferred_document data;
     QJsonDocument extended_data;
     QString parse_status;
     QString hw_type;

@@ -41,8 +41,8 @@ params& params::add_document(const QJsonDocument& d) {
     return d.isNull() ? add_null() : add_raw(d.toJson(QJsonDocument::Compact));
 }
 
-params& params::add_document(const QJsonDocument& d, const QByteArray& compact_text) {
-    return compact_text.isEmpty() ? add_document(d) : add_raw(compact_text);
+params& params::add_document(const model::deferred_document& d, const QByteArray& compact_text) {
+    return compact_text.isEmpty() ? add_document(d.document()) : add_raw(compact_text);
 }
 
 params& params::add_object(const QJsonObject& o) {

@@ -12,6 +12,8 @@
 #include <memory>
 #include <vector>
 
+#include "model/deferred_document.h"
+
 // Values passed to and read from the server, all in libpq's text format. Every value
 // travels as a statement parameter; none is ever written into a statement's text.
 namespace postgres_db {
@@ -30,8 +32,9 @@ public:
     params& add_bytes(const QByteArray& bytes);
     // Compact JSON text; NULL for a null document.
     params& add_document(const QJsonDocument& d);
-    // The document as its compact text already written, when there is one.
-    params& add_document(const QJsonDocument& d, const QByteArray& compact_text);
+    // The document as its compact text already written, when there is one (then the
+    // document itself is not even built).
+    params& add_document(const model::deferred_document& d, const QByteArray& compact_text);
     params& add_object(const QJsonObject& o);
     // A text[] array literal; each member quoted, so any text survives.
     params& add_text_array(const QStringList& items);

@@ -77,7 +77,7 @@ uint64_t flag_bits(const record& r) {
 
 }  // namespace
 
-QString function_name(function_field f) {
+const char* function_text(function_field f) {
     switch (f) {
         case function_field::maximum:
             return "maximum";
@@ -88,6 +88,10 @@ QString function_name(function_field f) {
         default:
             return "instantaneous";
     }
+}
+
+QString function_name(function_field f) {
+    return QString::fromLatin1(function_text(f));
 }
 
 QString obis_code(const record& r) {

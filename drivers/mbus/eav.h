@@ -32,6 +32,8 @@ enum event_code : int32_t {
 };
 
 QString function_name(function_field f);
+// The same name as plain ASCII text.
+const char* function_text(function_field f);
 // quantity[.max|.min|.err][.s<N>][.t<N>][.u<N>]
 QString obis_code(const record& r);
 // Whether a record becomes a value: a number with a standard meaning and no record error.

@@ -31,9 +31,12 @@ QDateTime time_or_now(const QDateTime& t) {
     return t.isValid() ? t : QDateTime::currentDateTimeUtc();
 }
 
-void set_data(model::ul_message& out, const mbus::decode_result& decoded) {
-    out.data = QJsonDocument(mbus::message_data(decoded));
-    out.data_text = mbus::message_data_text(decoded);
+// The text goes to the store and to the clients with every message; the document form is
+// built from the same decoding only if someone reads it.
+void set_data(model::ul_message& out, const std::shared_ptr<const mbus::decode_result>& decoded) {
+    out.data =
+        model::deferred_document::built_by([decoded] { return QJsonDocument(mbus::message_data(*decoded)); });
+    out.data_text = mbus::message_data_text(*decoded);
 }
 
 }  // namespace
@@ -65,10 +68,10 @@ void MbusDriver::parse(const model::ul_app_message& in, model::ul_message& out) 
     model::copy_uplink_fields(in, out);
 
     m_last_parsed.reset();
-    mbus::decode_result decoded = decode_for(in.modem_id, in.payload);
-    report_security(in.modem_id, decoded);
+    auto decoded = std::make_shared<const mbus::decode_result>(decode_for(in.modem_id, in.payload));
+    report_security(in.modem_id, *decoded);
     out.tag = tag;
-    out.parse_status = decoded.status;
+    out.parse_status = decoded->status;
     set_data(out, decoded);
     out.timestamp = QDateTime::currentDateTimeUtc();
     out.unique_id = model::uplink_unique_id(in.payload, in.modem_id, in.iterator, in.time_detected);
@@ -110,7 +113,7 @@ model::eav_list MbusDriver::explode(const model::ul_message& message) {
     std::optional<parsed_decoding> parsed;
     parsed.swap(m_last_parsed);
     if (parsed && parsed->modem_id == message.modem_id && parsed->payload == message.payload) {
-        return explode_decoded(message, parsed->decoded, calib);
+        return explode_decoded(message, *parsed->decoded, calib);
     }
     return explode_with(message, calib);
 }
@@ -144,9 +147,10 @@ model::eav_list MbusDriver::explode_decoded(const model::ul_message& message,
 
 model::ul_message MbusDriver::redecode(const model::ul_message& stored) const {
     model::ul_message out = stored;
-    const mbus::decode_result decoded = decode_for(stored.modem_id, stored.payload);
+    const auto decoded =
+        std::make_shared<const mbus::decode_result>(decode_for(stored.modem_id, stored.payload));
     out.tag = tag;
-    out.parse_status = decoded.status;
+    out.parse_status = decoded->status;
     set_data(out, decoded);
     return out;
 }

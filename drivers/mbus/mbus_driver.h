@@ -97,7 +97,7 @@ private:
     struct parsed_decoding {
         int modem_id = 0;
         QByteArray payload;
-        mbus::decode_result decoded;
+        std::shared_ptr<const mbus::decode_result> decoded;
     };
     std::optional<parsed_decoding> m_last_parsed;
 };

@@ -58,11 +58,15 @@ QJsonValue value_json(const QVariant& value) {
 
 }  // namespace
 
-QString coding_name(int coding) {
+const char* coding_text(int coding) {
     static const char* const names[16] = {"none",  "int8",     "int16",     "int24",  "int32", "real32",
                                           "int48", "int64",    "selection", "bcd2",   "bcd4",  "bcd6",
                                           "bcd8",  "variable", "bcd12",     "special"};
     return names[coding & 0x0f];
+}
+
+QString coding_name(int coding) {
+    return QString::fromLatin1(coding_text(coding));
 }
 
 QJsonObject record_json(const record& r) {
@@ -141,7 +145,7 @@ void append_header(QByteArray& out, const app_header& h) {
             afl.integer("message_counter", h.message_counter_value());
         }
     }
-    o.text("ci", QString("%1").arg(h.ci, 2, 16, QChar('0')));
+    o.hex("ci", QByteArray(1, char(h.ci)));  // two lower-case digits, as header_json writes it
     if (status) {
         o.integer("configuration", h.configuration);
     }
@@ -168,7 +172,7 @@ void append_header(QByteArray& out, const app_header& h) {
 void append_value(QByteArray& out, const QVariant& value) {
     switch (value.type()) {
         case QVariant::DateTime:
-            model::json_text_detail::append_string(out, value.toDateTime().toString(Qt::ISODate));
+            model::json_text_detail::append_iso_date(out, value.toDateTime());
             break;
         case QVariant::Double:
             model::json_text_detail::append_number(out, value.toDouble());
@@ -184,10 +188,10 @@ void append_value(QByteArray& out, const QVariant& value) {
 // The text of record_json(r), members in the sorted order of their keys.
 void append_record(QByteArray& out, const record& r) {
     object_writer o(out);
-    o.text("coding", coding_name(r.coding));
+    o.ascii("coding", coding_text(r.coding));
     o.hex("data", r.data);
     o.hex("dib", r.dib);
-    o.text("function", function_name(r.function));
+    o.ascii("function", function_text(r.function));
     if (r.info.manufacturer) {
         o.boolean("manufacturer_specific", true);
     }

@@ -16,5 +16,7 @@ QJsonObject record_json(const record& r);
 // message_data as compact JSON text, byte for byte what Qt writes for it, written directly.
 QByteArray message_data_text(const decode_result& decoded);
 QString coding_name(int coding);
+// The same name as plain ASCII text.
+const char* coding_text(int coding);
 
 }  // namespace mbus

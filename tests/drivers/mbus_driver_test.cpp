@@ -138,7 +138,11 @@ TEST_F(MbusDriverTest, ParseFillsTheStoredMessage) {
     EXPECT_GE(out.timestamp, before);
     EXPECT_EQ(out.ttl.toSecsSinceEpoch(), detected + ttl_seconds);
     EXPECT_EQ(out.unique_id, Q_INT64_C(-829860926070106563));
+    // The text goes to the store and the clients; the document is built only when read.
+    EXPECT_FALSE(out.data.is_built());
     const QJsonArray records = out.data.object()["records"].toArray();
+    EXPECT_TRUE(out.data.is_built());
+    EXPECT_EQ(out.data.toJson(QJsonDocument::Compact), out.data_text);
     ASSERT_EQ(records.size(), 1);
     EXPECT_EQ(records[0].toObject()["obis_code"].toString(), "volume");
     EXPECT_EQ(out.data.object()["header"].toObject()["type"].toString(), "none");

@@ -49,6 +49,57 @@ TEST(Publication, RoutesOfUnusualTextsAreFilledAsBySuccessiveSubstitutions) {
               ".0.ul_roll....0");
 }
 
+namespace {
+struct route_recorder : publication_sink {
+    void publish(const QByteArray&, const QString& routing_key, const QString&) override {
+        routes.push_back(routing_key);
+    }
+    std::vector<QString> routes;
+};
+}  // namespace
+
+// An uplink's publications, client by client, carry the routes that the successive
+// substitutions give, also where a client, a type, a tag or a quantity holds a '%'.
+TEST(Publication, UplinkRoutesForEveryClientAsBySuccessiveSubstitutions) {
+    const QString hw_types[] = {"X", "X%3", "\u4e2d"};
+    const QString tags[] = {"t", "a%5b", ""};
+    for (const QString& hw_type : hw_types) {
+        for (const QString& tag : tags) {
+            model::ul_message stored;
+            stored.modem_id = 77;
+            stored.hw_type = hw_type;
+            stored.tag = "roll";
+            model::dev_event event;
+            event.modem_id = 77;
+            event.event_code = 5;
+            model::dev_value value;
+            value.modem_id = 78;  // a record's own modem is the one its route names
+            value.tag = tag;
+            value.obis_code = tag == "t" ? "energy%6" : "energy";
+            const model::eav_list records{event, value};
+            const QStringList clients{"c1", "c%2"};
+            route_recorder sink;
+            publication::publish_uplink(stored, records, clients, sink, false);
+
+            std::vector<QString> expected;
+            for (int index = 0; index < clients.size(); ++index) {
+                const QString number = QString::number(index);
+                const QStringList parts[] = {{clients[index], number, hw_type, "event", "5", "77"},
+                                             {clients[index], number, hw_type, tag, value.obis_code, "78"},
+                                             {clients[index], number, hw_type, "roll", "null", "77"}};
+                for (int i = 0; i < 3; ++i) {
+                    QString route = i < 2 ? publication::eav_template : publication::roll_template;
+                    for (const QString& part : parts[i]) {
+                        route = route.arg(part);
+                    }
+                    expected.push_back(route);
+                }
+            }
+            EXPECT_EQ(sink.routes, expected) << hw_type.toStdString() << " " << tag.toStdString();
+        }
+    }
+}
+
 TEST(Publication, BodyIsTheRecordOrAnEnvelope) {
     const QJsonObject record{{"modem_id", 77}};
     EXPECT_EQ(publication::body(record, "quillon_ul_client_roll", false), QByteArray(R"({"modem_id":77})"));

@@ -201,7 +201,10 @@ TEST(JsonText, RandomDocumentsAndRecordsMatchQtByteForByte) {
                                    QVariant(float(gen.number())),
                                    QVariant(bool(i % 2)),
                                    QVariant(gen.text()),
-                                   QVariant(QStringList{gen.text(), gen.text()})};
+                                   QVariant(QStringList{gen.text(), gen.text()}),
+                                   QVariant(std::numeric_limits<double>::quiet_NaN()),
+                                   QVariant(-std::numeric_limits<double>::infinity()),
+                                   QVariant(-0.0)};
         v.value = values[i % (sizeof values / sizeof values[0])];
         v.message_id = gen.text();
         ASSERT_EQ(model::json_text(v), qt_text(model::to_json(v))) << i;
@@ -241,4 +244,42 @@ TEST(JsonText, DataTextWrittenInPlaceOfData) {
     m.data_text = R"({"other":2})";
     EXPECT_EQ(model::json_text(m),
               QByteArray(serialized).replace(R"({"a":[1,"x",true],"v":1.5})", R"({"other":2})"));
+}
+
+TEST(JsonText, DatesAsQtWritesThemInIsoForm) {
+    const QDateTime times[] = {
+        QDateTime(QDate(2024, 2, 29), QTime(23, 59, 58), Qt::UTC),
+        QDateTime(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC),
+        QDateTime(QDate(1, 12, 31), QTime(7, 8, 9), Qt::UTC),
+        QDateTime(QDate(999, 3, 4), QTime(10, 11, 12, 999), Qt::UTC),  // milliseconds are not written
+        QDateTime(QDate(9999, 12, 31), QTime(23, 59, 59), Qt::UTC),
+        QDateTime(QDate(10000, 1, 1), QTime(0, 0), Qt::UTC),
+        QDateTime(QDate(-5, 6, 7), QTime(1, 2, 3), Qt::UTC),
+        QDateTime(QDate(2024, 6, 1), QTime(12, 0), Qt::LocalTime),
+        QDateTime(QDate(2024, 6, 1), QTime(12, 0), Qt::OffsetFromUTC, 5400),
+        QDateTime(),
+    };
+    for (const QDateTime& t : times) {
+        QByteArray text;
+        model::json_text_detail::append_iso_date(text, t);
+        EXPECT_EQ(text, qt_text(QJsonObject{{"d", t.toString(Qt::ISODate)}}).mid(5).chopped(1))
+            << t.toString().toStdString();
+    }
+    QByteArray text;
+    model::json_text_detail::append_iso_date(text, QDateTime(QDate(2024, 2, 29), QTime(23, 59, 58), Qt::UTC));
+    EXPECT_EQ(text, QByteArray(R"("2024-02-29T23:59:58Z")"));
+}
+
+TEST(JsonText, MemberNamesOfAnyLengthAndPlainText) {
+    QByteArray text;
+    {
+        model::json_text_detail::object_writer o(text);
+        o.ascii("a", "instantaneous");
+        o.ascii("b_name_long_enough_to_need_more_than_the_short_buffer_of_the_writer_x", "");
+        o.integer("c", 1);
+    }
+    EXPECT_EQ(text, qt_text(QJsonObject{
+                        {"a", "instantaneous"},
+                        {"b_name_long_enough_to_need_more_than_the_short_buffer_of_the_writer_x", ""},
+                        {"c", 1}}));
 }
