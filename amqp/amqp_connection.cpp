@@ -343,7 +343,6 @@ void connection::teardown(bool polite) {
     m_setup = link_result();
     m_open_channels.clear();
     m_partial.clear();
-    m_delivered_since_drained = false;
 }
 
 void connection::lose(const QString& reason, int reconnect_delay_ms, bool polite) {
@@ -406,7 +405,6 @@ void connection::pump() {
     turn.start();
     while (self && m_state) {
         if (turn.elapsed() >= pump_budget_ms) {
-            end_burst();
             // What is left on the socket wakes the notifier again; what the library
             // holds is read on the next turn.
             schedule_drain();
@@ -427,7 +425,6 @@ void connection::pump() {
             }
         }
         if (status == AMQP_STATUS_TIMEOUT) {
-            end_burst();
             return;
         }
         if (status != AMQP_STATUS_OK) {
@@ -437,13 +434,6 @@ void connection::pump() {
             return;
         }
         handle_frame(frame);
-    }
-}
-
-void connection::end_burst() {
-    if (m_delivered_since_drained) {
-        m_delivered_since_drained = false;
-        Q_EMIT drained();
     }
 }
 

@@ -114,10 +114,6 @@ Q_SIGNALS:
     void connected();
     void disconnected();
     void delivered(const amqp::message& msg);
-    // Deliveries went out, and reading stops for this turn of the event loop (the socket
-    // is empty, or the turn's time is used up): the end of a burst. Nothing else ran on
-    // this thread since those deliveries went out.
-    void drained();
     void channel_closed(uint16_t channel, int reply_code, const QString& reply_text);
     void consumer_cancelled(uint16_t channel, const QString& consumer_tag);
 
@@ -140,7 +136,6 @@ private:
     void schedule_reconnect(int delay_ms);
     void schedule_drain();
     void pump();
-    void end_burst();
     void handle_frame(const amqp_frame_t_& frame);
     void handle_method(uint16_t channel, uint32_t method_id, void* decoded);
     void finish_delivery(uint16_t channel);
@@ -181,7 +176,6 @@ private:
     QElapsedTimer m_up_since;
     int m_failed_attempts = 0;
     bool m_drain_scheduled = false;
-    bool m_delivered_since_drained = false;
     // Fire-and-forget writes (publish, ack, reject) of one turn of the event loop are
     // held in the socket and leave together when control returns to the loop.
     bool m_corked = false;

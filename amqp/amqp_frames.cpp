@@ -75,7 +75,6 @@ void connection::finish_delivery(uint16_t channel) {
                                  << ", routing key " << done.msg.routing_key << ") dropped";
         return;
     }
-    m_delivered_since_drained = true;
     Q_EMIT delivered(done.msg);
 }
 

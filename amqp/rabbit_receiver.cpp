@@ -53,7 +53,6 @@ rabbit_receiver::rabbit_receiver(logger& log, const rabbit_receiver_cfg& cfg, QO
     connect(client, &amqp::connection::disconnected, this, &rabbit_receiver::disconnected,
             Qt::DirectConnection);
     connect(client, &amqp::connection::connected, this, &rabbit_receiver::connected, Qt::DirectConnection);
-    connect(client, &amqp::connection::drained, this, &rabbit_receiver::drained, Qt::DirectConnection);
     // The queue is declared, bound and consumed off the event loop before the link is
     // handed over; the steps below then find them done.
     amqp::link_plan plan;

@@ -60,9 +60,6 @@ Q_SIGNALS:
     void data_received(QJsonObject json, uint64_t message_tag);
     void raw_data_received(QByteArray payload, uint64_t message_tag);
     void raw_routekey_data_received(QByteArray payload, QString routing_key, uint64_t message_tag);
-    // The deliveries that the broker had sent so far have all been signalled: a good
-    // moment to finish work gathered over several of them.
-    void drained();
 
 public Q_SLOTS:
     void stop();

@@ -95,12 +95,12 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
     }
     if (m_endpoints) {
         connect(&m_endpoints->receiver(), &rabbit_receiver::data_received, this, &Engiene::onUlReceived);
-        connect(&m_endpoints->receiver(), &rabbit_receiver::drained, this, &Engiene::flushDeliveries);
         attachCommandClient(m_endpoints->api());
     }
-    m_flush_timer.setSingleShot(true);
-    m_flush_timer.setInterval(0);
-    connect(&m_flush_timer, &QTimer::timeout, this, &Engiene::flushDeliveries);
+    m_burst = burst_policy(m_receiver ? m_receiver->prefetch() : 2);
+    m_end_of_turn.setSingleShot(true);
+    m_end_of_turn.setInterval(0);
+    connect(&m_end_of_turn, &QTimer::timeout, this, &Engiene::flushDeliveries);
     connect(&m_controller_timer, &QTimer::timeout, this, &Engiene::onControllerTick);
     m_controller_timer.setSingleShot(false);
     m_controller_timer.start(static_cast<int>(m_config.controller_period));
@@ -116,8 +116,8 @@ Engiene::Engiene(DriverBuilder builder, EngineConfig config,
 }
 
 Engiene::~Engiene() {
-    commitAndSettle();
-    m_release.wait_all();
+    burstEvent(burst_policy::event::exclusive_work);
+    releaseAll();
     if (auto* durable = m_batch.durable_commits()) {
         durable->on_durable(nullptr, nullptr);
     }
@@ -134,7 +134,7 @@ void Engiene::attachCommandClient(rabbit_api_man& api) {
     // committed before them, are durable by then.
     m_api->set_unit_runner([this](const std::function<void()>& work) {
         runAlone(work);
-        m_release.wait_all();
+        releaseAll();
     });
 }
 

@@ -14,6 +14,7 @@
 #include "app/config.h"
 #include "app/logger.h"
 #include "engine/amqp_endpoints.h"
+#include "engine/burst_policy.h"
 #include "engine/delivery_batch.h"
 #include "engine/driver_builder.h"
 #include "engine/durable_release.h"
@@ -32,7 +33,10 @@
 // One message at a time: a delivery, a command or a timer tick that arrives while
 // another is being handled (a publisher waiting for its link runs the event loop) waits
 // at the gate until that one is finished. What handling sends out is held in the outbox
-// until the writes it speaks of are committed; deliveries are settled after that.
+// until the writes it speaks of are committed and on the disk; deliveries are settled
+// after that. The flow (settlement.cpp): handle() decides each delivery's outcome;
+// burstEvent() alone decides when the burst's transaction is committed; release() alone
+// lets out what durable commits hold, in commit order.
 class Engiene : public QObject, public IEngineServices {
     Q_OBJECT
 public:
@@ -96,9 +100,10 @@ public:
 
 public Q_SLOTS:
     void onUlReceived(QJsonObject message, quint64 deliveryTag);
-    // Commits the store writes of the deliveries handled since the last flush, sends
-    // what they published, then acknowledges or rejects them. Called when the deliveries
-    // at hand are all handed over.
+    // Ends the open burst: commits the store writes of the deliveries handled since the
+    // last one; what they published and their settlements leave once the commit is
+    // durable. Runs when the event loop turns after a delivery; callers that hand over
+    // deliveries themselves may call it when those at hand are all handed over.
     void flushDeliveries();
 
 private Q_SLOTS:
@@ -131,6 +136,8 @@ private:
     // Delivery flow (settlement.cpp).
     void receive(delivery_batch::delivery delivery);
     void handleDelivery(delivery_batch::delivery delivery);
+    // Commits the open burst when the policy says `event` ends it.
+    void burstEvent(burst_policy::event event);
     void commitAndSettle();
     void abandonBurst(delivery_batch::delivery delivery);
     void handleEachAlone(std::vector<delivery_batch::delivery> deliveries, const QString& why);
@@ -140,6 +147,10 @@ private:
     void settleAfterCommit(std::vector<delivery_batch::delivery> deliveries);
     // The store made more commits durable: what waited for them goes out.
     void releaseDurable();
+    // Lets out what the durable commits hold and has the outputs send it now.
+    void release();
+    // Waits until every commit is durable, then releases everything.
+    void releaseAll();
     [[noreturn]] void durabilityLost(const QString& why);
     // Whether the gate is busy; if so `again` runs once after the handling that holds it.
     bool waitAtGateOnce(bool& waiting, void (Engiene::*again)());
@@ -209,8 +220,9 @@ private:
     std::unique_ptr<outbox> m_outbox;
     durable_release m_release;
     std::unique_ptr<store_watch> m_store_watch;
-    // Flushes deliveries that arrived some other way than a burst from the receiver.
-    QTimer m_flush_timer;
+    burst_policy m_burst;
+    // Ends a burst that is still open when the event loop turns.
+    QTimer m_end_of_turn;
     QTimer m_metrics_timer;
     bool m_flush_waiting = false;         // a flush waits at the gate
     bool m_tick_waiting = false;          // a controller tick waits at the gate

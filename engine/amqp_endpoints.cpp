@@ -1,5 +1,7 @@
 #include "engine/amqp_endpoints.h"
 
+#include "amqp/amqp_connection.h"
+
 amqp_endpoints::amqp_endpoints(std::unique_ptr<rabbit_receiver> receiver,
                                std::unique_ptr<rabbit_publisher<rabbit_publisher_clients_config>> publisher,
                                std::unique_ptr<rabbit_api_man> api)
@@ -14,8 +16,16 @@ void amqp_endpoints::send_command(const QString& type, const QJsonObject& data, 
     api_command_sender(*m_api).send_command(type, data, routing_key, sharded);
 }
 
+void amqp_endpoints::flush_publications() {
+    m_publisher->transport().flush_writes();
+}
+
 QString amqp_endpoints::api_key() const {
     return m_api->config().api_key;
+}
+
+void amqp_endpoints::flush_commands() {
+    m_api->publisher_transport().flush_writes();
 }
 
 void amqp_endpoints::ack_message(uint64_t tag) {

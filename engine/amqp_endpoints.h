@@ -27,10 +27,12 @@ public:
 
     // publication_sink
     void publish(const QByteArray& body, const QString& routing_key, const QString& mime_type) override;
+    void flush_publications() override;
     // command_sender
     void send_command(const QString& type, const QJsonObject& data, const QString& routing_key,
                       int sharded) override;
     QString api_key() const override;
+    void flush_commands() override;
     // delivery_settler
     void ack_message(uint64_t tag) override;
     void reject_message(uint64_t tag) override;

@@ -15,6 +15,8 @@ public:
     virtual ~publication_sink() = default;
     // One message to the clients' exchange, with its MIME type.
     virtual void publish(const QByteArray& body, const QString& routing_key, const QString& mime_type) = 0;
+    // Sends publications that were gathered, now.
+    virtual void flush_publications() {}
 };
 
 class command_sender {
@@ -25,6 +27,8 @@ public:
                               int sharded) = 0;
     // The key that identifies this service to the network server.
     virtual QString api_key() const = 0;
+    // Sends commands that were gathered, now.
+    virtual void flush_commands() {}
 };
 
 // The queue the engine's deliveries come from: how each ends, and the pace of consuming.

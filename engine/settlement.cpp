@@ -5,12 +5,6 @@
 #include "engine/Engiene.h"
 #include "interfaces/IStoreLink.h"
 
-namespace {
-// The deliveries of one burst share a store transaction; each is settled once the
-// writes of all of them are committed (at once when the store has no batches).
-constexpr std::size_t max_deferred_deliveries = 64;
-}  // namespace
-
 void Engiene::onUlReceived(QJsonObject message, quint64 deliveryTag) {
     delivery_batch::delivery delivery;
     delivery.message = std::move(message);
@@ -93,16 +87,23 @@ void Engiene::handleDelivery(delivery_batch::delivery delivery) {
         settleAfterCommit({std::move(delivery)});
         return;
     }
+    // The deliveries of one burst share a store transaction; each is settled once the
+    // writes of all of them are committed (at once when the store has no batches).
     m_batch.defer(std::move(delivery));
-    // Half the prefetch window: its acknowledgements let the broker send the next
-    // deliveries while this burst's others are handled.
-    const std::size_t window = std::size_t(std::max(1, m_receiver->prefetch() / 2));
-    if (m_batch.deferred() >= std::min(window, max_deferred_deliveries)) {
-        commitAndSettle();
-        m_receiver->flush_settlements();
-    } else if (!m_flush_timer.isActive()) {
-        m_flush_timer.start();
+    burstEvent(burst_policy::event::delivery_handled);
+}
+
+// The one place that decides when the open burst is committed (burst_policy says what
+// ends a burst). A burst that goes on is committed when the event loop turns at the latest.
+void Engiene::burstEvent(burst_policy::event event) {
+    if (!m_burst.ends(event, m_batch.deferred())) {
+        if (!m_end_of_turn.isActive()) {
+            m_end_of_turn.start();
+        }
+        return;
     }
+    m_end_of_turn.stop();
+    commitAndSettle();
 }
 
 // The open burst's transaction failed while `delivery` was being handled: every
@@ -152,8 +153,7 @@ void Engiene::flushDeliveries() {
         return;
     }
     handling_gate::entry in(&m_gate);
-    m_flush_timer.stop();
-    commitAndSettle();
+    burstEvent(burst_policy::event::loop_turned);
 }
 
 void Engiene::commitAndSettle() {
@@ -180,6 +180,7 @@ void Engiene::settleAfterCommit(std::vector<delivery_batch::delivery> deliveries
         actions.push_back([this, delivery = std::move(delivery)] { settle(delivery); });
     }
     m_release.after_commit(std::move(actions));
+    release();
 }
 
 void Engiene::releaseDurable() {
@@ -187,8 +188,24 @@ void Engiene::releaseDurable() {
         return;
     }
     handling_gate::entry in(&m_gate);
-    m_release.run_durable();
+    release();
+}
+
+// The one place where outcomes leave: what the durable commits let out runs in the order
+// of the commits (each unit's publications and downlinks, then the settlements of its
+// deliveries), and the outputs send it at once rather than when the event loop turns.
+void Engiene::release() {
+    if (!m_release.run_durable()) {
+        return;
+    }
+    m_outputs.publications->flush_publications();
+    m_outputs.commands->flush_commands();
     m_receiver->flush_settlements();
+}
+
+void Engiene::releaseAll() {
+    m_release.wait_all();
+    release();
 }
 
 void Engiene::durabilityLost(const QString& why) {
@@ -274,7 +291,7 @@ void Engiene::settle(const delivery_batch::delivery& delivery) {
 }
 
 void Engiene::runAlone(const std::function<void()>& work) {
-    commitAndSettle();
+    burstEvent(burst_policy::event::exclusive_work);
     if (store_away()) {
         runWithoutStoreBatch(work);
         return;
@@ -371,7 +388,7 @@ void Engiene::abandonBurstForStore(const QString& why) {
 }
 
 void Engiene::pauseForStore(const QString& why) {
-    m_flush_timer.stop();
+    m_end_of_turn.stop();
     m_store_watch->lost(why);
     m_receiver->pause_consuming();
     m_receiver->flush_settlements();

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include "engine/burst_policy.h"
 #include "engine/delivery_batch.h"
 
 namespace {
@@ -123,4 +124,22 @@ TEST(DeliveryBatch, ALostTransactionIsToldWhenTheUnitEnds) {
     batch.begin_unit();
     a.m_lose_transaction = true;
     EXPECT_FALSE(batch.end_unit(true));
+}
+
+// What ends a burst: half the prefetch window, never less than one delivery and never
+// more than 64; the loop's turn and exclusive work end any burst, even an empty one.
+TEST(BurstPolicy, HalfThePrefetchWindowBoundedByOneAndSixtyFour) {
+    using event = burst_policy::event;
+    EXPECT_EQ(burst_policy(1).window(), 1u);
+    EXPECT_EQ(burst_policy(0).window(), 1u);
+    EXPECT_EQ(burst_policy(7).window(), 3u);
+    EXPECT_EQ(burst_policy(128).window(), 64u);
+    EXPECT_EQ(burst_policy(1000).window(), 64u);
+
+    const burst_policy six(6);
+    EXPECT_FALSE(six.ends(event::delivery_handled, 2));
+    EXPECT_TRUE(six.ends(event::delivery_handled, 3));
+    EXPECT_TRUE(six.ends(event::loop_turned, 1));
+    EXPECT_TRUE(six.ends(event::loop_turned, 0));
+    EXPECT_TRUE(six.ends(event::exclusive_work, 0));
 }

@@ -120,6 +120,21 @@ TEST_F(EngineDurability, NothingOfABurstLeavesBeforeItsCommitIsDurable) {
     EXPECT_EQ(m_publisher->m_published.size(), 3u);
 }
 
+// Once durable, a burst's publications and settlements are pushed to the broker at
+// once, each output flushed after the whole burst, instead of waiting for the event
+// loop's next turn; nothing is flushed while nothing was let out.
+TEST_F(EngineDurability, WhatADurableCommitLetsOutIsPushedOutAtOnce) {
+    make_engine();
+    receive_burst(1);
+    EXPECT_TRUE(m_publisher->m_flushed_at.empty());
+    EXPECT_EQ(m_receiver->m_flushes, 0);
+
+    m_store.make_durable(1);
+    EXPECT_EQ(m_publisher->m_flushed_at, (std::vector<std::size_t>{3}));
+    EXPECT_EQ(m_receiver->m_flushes, 1);
+    EXPECT_EQ(m_receiver->m_acked, (tags{1, 2, 3}));
+}
+
 // Handling goes on while the disk syncs; what later commits let out waits behind the
 // earlier ones, and each burst goes out whole when its own commit is durable.
 TEST_F(EngineDurability, LaterBurstsWaitBehindEarlierOnesAndLeaveInOrder) {

@@ -65,6 +65,8 @@ public:
     // client publisher does while its broker is away.
     bool m_waits_for_link = false;
     std::function<void()> m_on_publish;
+    // Publications recorded at each flush.
+    std::vector<std::size_t> m_flushed_at;
 
     void publish(const QByteArray& body, const QString& routing_key, const QString& mime_type) override {
         if (m_on_publish) {
@@ -77,6 +79,7 @@ public:
         }
         m_published.push_back({routing_key, QJsonDocument::fromJson(body).object(), mime_type});
     }
+    void flush_publications() override { m_flushed_at.push_back(m_published.size()); }
 };
 
 struct command_record {
