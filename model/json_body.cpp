@@ -5,6 +5,8 @@
 #include <QJsonValue>
 #include <QString>
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -14,106 +16,157 @@ namespace json_body_detail {
 
 namespace {
 
-// One member of an object being read: where its name starts (the opening quote), the
-// name's text between the quotes, and where the member ends (the comma after it).
+// One member of an object being read: where it starts (the opening quote of its name),
+// where its name ends (the closing quote) and where the member ends (the comma after
+// it, when another member follows).
 struct member {
     int begin = 0;
-    int name_begin = 0;
     int name_end = 0;
-    bool plain_name = true;  // ASCII without escapes: the bytes are the name
+    bool escaped_name = false;
+    uint64_t name_hash = 0;
     int end = -1;
 };
 
-struct container {
+struct open_container {
     bool object = false;
     bool expect_name = false;
-    std::vector<member> members;
+    size_t first_member = 0;  // its members are those from here to the end of `members`
 };
 
-// The name as Qt reads it, so that "a", "\u0061" and other spellings of one name compare
-// equal. Only names with escapes or non-ASCII bytes take the detour through the parser.
-QByteArray name_of(const QByteArray& body, const member& m) {
-    if (m.plain_name)
-        return QByteArray::fromRawData(body.constData() + m.name_begin, m.name_end - m.name_begin);
-    const QByteArray quoted = body.mid(m.name_begin - 1, m.name_end - m.name_begin + 2);
+constexpr uint64_t fnv_offset = 14695981039346656037ull;
+constexpr uint64_t fnv_prime = 1099511628211ull;
+
+uint64_t hash_of(const char* bytes, int length) {
+    uint64_t h = fnv_offset;
+    for (int i = 0; i < length; ++i)
+        h = (h ^ static_cast<unsigned char>(bytes[i])) * fnv_prime;
+    return h;
+}
+
+// An escaped name as Qt reads it (so "\u0061" is "a"). Qt refuses text that is not UTF-8,
+// so the bytes of a name without escapes are its name already.
+QByteArray unescaped(const QByteArray& body, const member& m) {
+    const QByteArray quoted = body.mid(m.begin, m.name_end - m.begin + 1);
     return QJsonDocument::fromJson("[" + quoted + "]").array().at(0).toString().toUtf8();
 }
 
-// Adds to `removed` every member of the object that a later member of the same name
-// replaces: from its name to the comma after its value.
-void collect_replaced(const QByteArray& body, const container& object,
+bool same_name(const QByteArray& body, const member& a, const member& b) {
+    if (a.escaped_name || b.escaped_name)
+        return unescaped(body, a) == unescaped(body, b);
+    const int length = a.name_end - a.begin;
+    return length == b.name_end - b.begin &&
+           std::memcmp(body.constData() + a.begin, body.constData() + b.begin, size_t(length)) == 0;
+}
+
+// The closing quote of the string value whose opening quote is at `quote` (or the end):
+// the first quote after it not escaped by an odd run of backslashes.
+int string_end(const char* data, int quote, int size) {
+    int from = quote + 1;
+    while (from < size) {
+        const void* found = std::memchr(data + from, '"', size_t(size - from));
+        if (!found)
+            return size;
+        const int at = int(static_cast<const char*>(found) - data);
+        int backslashes = 0;
+        while (at - backslashes - 1 > quote && data[at - backslashes - 1] == '\\')
+            ++backslashes;
+        if (backslashes % 2 == 0)
+            return at;
+        from = at + 1;
+    }
+    return size;
+}
+
+// Reads the name whose opening quote is at `quote`; returns its closing quote (or the end).
+int read_name(const QByteArray& body, int quote, member& m) {
+    const char* data = body.constData();
+    m.begin = quote;
+    m.name_end = string_end(data, quote, body.size());
+    m.escaped_name = std::memchr(data + quote + 1, '\\', size_t(m.name_end - quote - 1)) != nullptr;
+    if (m.escaped_name) {
+        const QByteArray name = unescaped(body, m);
+        m.name_hash = hash_of(name.constData(), name.size());
+    } else {
+        m.name_hash = hash_of(data + quote + 1, m.name_end - quote - 1);
+    }
+    return m.name_end;
+}
+
+// Adds to `removed` every member of a closing object that a later member of the same name
+// replaces: from its name to the comma after its value. `names` is room to sort in.
+void collect_replaced(const QByteArray& body, const member* first, size_t count,
+                      std::vector<std::pair<uint64_t, size_t>>& names,
                       std::vector<std::pair<int, int>>& removed) {
-    if (object.members.size() < 2)
+    if (count < 2)
         return;
-    std::vector<std::pair<QByteArray, int>> names;
-    names.reserve(object.members.size());
-    for (size_t i = 0; i < object.members.size(); ++i)
-        names.emplace_back(name_of(body, object.members[i]), int(i));
+    names.clear();
+    names.reserve(count);
+    for (size_t i = 0; i < count; ++i)
+        names.emplace_back(first[i].name_hash, i);
     std::sort(names.begin(), names.end());
-    for (size_t i = 0; i + 1 < names.size(); ++i) {
-        if (names[i].first == names[i + 1].first) {
-            const member& m = object.members[size_t(names[i].second)];
-            removed.emplace_back(m.begin, m.end + 1);
+    for (size_t i = 0; i + 1 < count; ++i) {
+        // A member is replaced when a later one of its hash has its name.
+        for (size_t j = i + 1; j < count && names[j].first == names[i].first; ++j) {
+            const member& earlier = first[names[i].second];
+            if (same_name(body, earlier, first[names[j].second])) {
+                removed.emplace_back(earlier.begin, earlier.end + 1);
+                break;
+            }
         }
     }
 }
 
-// Skips a string whose opening quote is at `i`: the position of its closing quote, or the
-// end of the body. Sets `plain` when it holds only ASCII without escapes.
-int string_end(const QByteArray& body, int i, bool& plain) {
-    plain = true;
-    for (++i; i < body.size(); ++i) {
-        const char c = body[i];
-        if (c == '"')
-            return i;
-        if (c == '\\') {
-            plain = false;
-            ++i;
-        } else if (static_cast<unsigned char>(c) >= 0x80) {
-            plain = false;
-        }
+// The characters that open, close or separate: everything else is skipped.
+struct structure_table {
+    bool marks[256] = {};
+    constexpr structure_table() {
+        for (const char c : {'"', '{', '}', '[', ']', ','})
+            marks[static_cast<unsigned char>(c)] = true;
     }
-    return i;
-}
+};
+constexpr structure_table structure;
 
 }  // namespace
 
-// Follows the structure only (strings, brackets, commas, colons); Qt's parser judges the
-// rest. Where the text stops making sense the reading stops: Qt fails there as well, and
-// what came before is handled.
+// Follows the structure only (strings, brackets, commas); Qt's parser judges the rest.
+// Where the text stops making sense the reading stops: Qt fails there as well, and what
+// came before is handled.
 QByteArray without_replaced_values(const QByteArray& body) {
-    std::vector<container> open;
+    const char* data = body.constData();
+    const int size = body.size();
+    std::vector<open_container> open;
+    std::vector<member> members;
+    std::vector<std::pair<uint64_t, size_t>> names;
     std::vector<std::pair<int, int>> removed;
-    for (int i = 0; i < body.size(); ++i) {
-        const char c = body[i];
+    open.reserve(8);
+    members.reserve(32);
+    for (int i = 0; i < size; ++i) {
+        const char c = data[i];
+        if (!structure.marks[static_cast<unsigned char>(c)])
+            continue;
         if (c == '"') {
-            bool plain = true;
-            const int end = string_end(body, i, plain);
-            if (!open.empty() && open.back().object && open.back().expect_name) {
+            if (!open.empty() && open.back().expect_name) {
                 member m;
-                m.begin = i;
-                m.name_begin = i + 1;
-                m.name_end = end;
-                m.plain_name = plain;
-                open.back().members.push_back(m);
+                i = read_name(body, i, m);
+                members.push_back(m);
                 open.back().expect_name = false;
+            } else {
+                i = string_end(data, i, size);
             }
-            i = end;
         } else if (c == '{' || c == '[') {
-            container next;
-            next.object = c == '{';
-            next.expect_name = next.object;
-            open.push_back(std::move(next));
+            open.push_back({c == '{', c == '{', members.size()});
         } else if (c == '}' || c == ']') {
             if (open.empty() || open.back().object != (c == '}'))
                 break;
+            const size_t first = open.back().first_member;
             if (open.back().object)
-                collect_replaced(body, open.back(), removed);
+                collect_replaced(body, members.data() + first, members.size() - first, names, removed);
+            members.resize(first);
             open.pop_back();
-        } else if (c == ',' && !open.empty() && open.back().object) {
-            if (open.back().members.empty() || open.back().expect_name)
+        } else if (!open.empty() && open.back().object) {  // a comma in an object
+            if (open.back().expect_name || members.size() == open.back().first_member)
                 break;
-            open.back().members.back().end = i;
+            members.back().end = i;
             open.back().expect_name = true;
         }
     }
@@ -123,15 +176,15 @@ QByteArray without_replaced_values(const QByteArray& body) {
     // Ranges nest or lie apart; a range inside one already removed goes with it.
     std::sort(removed.begin(), removed.end());
     QByteArray out;
-    out.reserve(body.size());
+    out.reserve(size);
     int kept_from = 0;
     for (const auto& [begin, end] : removed) {
         if (begin < kept_from)
             continue;
-        out.append(body.constData() + kept_from, begin - kept_from);
+        out.append(data + kept_from, begin - kept_from);
         kept_from = end;
     }
-    out.append(body.constData() + kept_from, body.size() - kept_from);
+    out.append(data + kept_from, size - kept_from);
     return out;
 }
 

@@ -58,6 +58,8 @@ TEST(DeliveryBody, ANameGivenTwiceTakesItsLastValue) {
         // Quotes, brackets, commas and colons inside strings are text.
         {R"({"s":"}\"{,:[","a":[1],"a":3})", R"({"s":"}\"{,:[","a":3})"},
         {R"({"a\\":[1],"a":[2]})", R"({"a\\":[1],"a":[2]})"},
+        {R"({"s":"x\\","a":[1],"a":2})", R"({"s":"x\\","a":2})"},
+        {R"({"s":"\\\"}","a":[1],"a":2})", R"({"s":"\\\"}","a":2})"},
     };
     for (const auto& [body, expected] : cases) {
         EXPECT_EQ(model::object_of_body(body), object_of(expected)) << body;
