@@ -1,11 +1,11 @@
 #include "amqp/rabbit_receiver.h"
 
 #include <QDebug>
-#include <QJsonDocument>
 #include <QPointer>
 
 #include "amqp/amqp_connection.h"
 #include "amqp/amqp_queue.h"
+#include "model/json_body.h"
 
 struct rabbit_receiver::impl {
     impl(rabbit_receiver& owner, logger& log, const rabbit_receiver_cfg& cfg, bool raw, bool with_route_key)
@@ -244,7 +244,7 @@ void rabbit_receiver::messageReceived() {
         Q_EMIT raw_data_received(msg.payload, msg.delivery_tag);
     } else {
         // Not JSON, or not an object at the top: an empty object.
-        Q_EMIT data_received(QJsonDocument::fromJson(msg.payload).object(), msg.delivery_tag);
+        Q_EMIT data_received(model::object_of_body(msg.payload), msg.delivery_tag);
     }
 }
 

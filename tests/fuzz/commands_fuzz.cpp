@@ -5,7 +5,6 @@
 // error text); a crash or a sanitizer report is a fault.
 #include <QByteArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -13,6 +12,7 @@
 
 #include "amqp/api_message.h"
 #include "command_fixture.h"
+#include "model/json_body.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ command_test::CommandFixture& current_fixture() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray body = QByteArray::fromRawData(reinterpret_cast<const char*>(data), int(size));
-    const api_message message = api_message::from_json(QJsonDocument::fromJson(body).object());
+    const api_message message = api_message::from_json(model::object_of_body(body));
     command_test::CommandFixture& commands = current_fixture();
     std::shared_ptr<ICommandHandler> handler;
     try {
