@@ -187,6 +187,10 @@ void backend::open() {
     const bool sync_here = m_config.synchronous_full && !disk_threads;
     run_plain(QString("PRAGMA synchronous=%1").arg(sync_here ? "FULL" : "NORMAL"));
     run_plain(QString("PRAGMA busy_timeout=%1").arg(m_config.busy_timeout_ms));
+    // A burst's units are savepoints; their journal of original pages (a few MiB at
+    // most for a burst) stays in memory instead of a temporary file opened, written
+    // and unlinked per burst.
+    run_plain("PRAGMA temp_store=MEMORY");
     run_plain(QString("PRAGMA wal_autocheckpoint=%1").arg(disk_threads ? 0 : m_config.checkpoint_pages));
     if (disk_threads)
         start_disk_threads();

@@ -2,6 +2,9 @@
 // each message a unit that can be undone alone, nothing visible to other connections
 // before the commit.
 
+#include <QDir>
+#include <QFileInfo>
+
 #include "tests/databases/sqlite_support.h"
 
 using namespace sqlite_test;
@@ -141,4 +144,39 @@ TEST_F(SqliteBatch, ABusyFileFailsTheBatchAndClosingTheStoreCommitsAnOpenOne) {
     // rather than lost.
     m_stores = stores{};
     EXPECT_EQ(rows("ul_messages"), 2);
+}
+
+namespace {
+
+// Files the process holds open whose name SQLite gives its temporary files ("etilqs_"),
+// for instance the journal of a savepoint's original pages once it outgrows memory.
+int open_sqlite_temp_files() {
+    int n = 0;
+    const QDir fds("/proc/self/fd");
+    for (const QFileInfo& fd : fds.entryInfoList(QDir::Files | QDir::System | QDir::NoDotAndDotDot))
+        n += fd.symLinkTarget().contains("etilqs_");
+    return n;
+}
+
+}  // namespace
+
+TEST_F(SqliteBatch, ABurstOfUnitsKeepsItsUndoJournalInMemory) {
+    interfaces::IWriteBatch* batch = m_stores.messages->write_batch();
+    batch->begin_batch();
+    // Each unit changes pages its predecessors changed, so each unit's undo journal gets
+    // copies of them: 200 units of 20 values are some megabytes of original pages, far
+    // past the 64 KiB after which SQLite moves such a journal into a file by default
+    // (an open, writes and an unlink per burst on the service's thread).
+    for (int unit = 0; unit < 200; ++unit) {
+        batch->begin_item();
+        m_stores.messages->ul().save(uplink(unit % 50, T0 + unit));
+        QList<model::dev_value> values;
+        for (int i = 0; i < 20; ++i)
+            values << value(unit % 50, T0 + unit * 100 + i, i);
+        m_stores.eav->records().save_values(values);
+        batch->end_item(true);
+    }
+    EXPECT_EQ(open_sqlite_temp_files(), 0);
+    batch->commit_batch();
+    EXPECT_EQ(rows("dev_values"), 4000);
 }
